@@ -1,0 +1,23 @@
+// The run from start to end: module singletons, the command line, the
+// channel to the BMC, the questions, the dispatch and the common ending.
+#ifndef VRX_DRIVER_DRIVER_H_
+#define VRX_DRIVER_DRIVER_H_
+
+#include <stdint.h>
+
+extern uint8_t G_u8EntityID;
+extern uint8_t G_u8HostNeedRebootFlag;
+extern uint8_t G_u8BMCNeedReboot;
+
+void MainConstructor();
+void MainDestructor();
+
+// The file-name list: one zero-filled name of 256 characters.
+int CreateFwImageFilenameList(char*** list);
+int DeleteFwImageFilenameList(char*** list);
+
+// Everything main() does; returns the final code (exit status is its low
+// eight bits).
+int RunMain(int argc, char** argv);
+
+#endif  // VRX_DRIVER_DRIVER_H_

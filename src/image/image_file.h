@@ -1,0 +1,63 @@
+// Image files: the 512-byte header with its CRC-32 and validation rules,
+// the list of image files named on the command line, and the copy onto the
+// virtual USB device.
+#ifndef VRX_IMAGE_IMAGE_FILE_H_
+#define VRX_IMAGE_IMAGE_FILE_H_
+
+#include <stdint.h>
+
+#include "types.h"
+
+extern const char achValidBoardType[2][5];
+// Display names of the entities, each with its trailing blank.
+extern const char* const au8EntityIDStr[6];
+
+class TImageFileHandle {
+ public:
+  TImageFileHandle();
+  ~TImageFileHandle();
+  TImageFileHandle(const TImageFileHandle&) = delete;
+  TImageFileHandle& operator=(const TImageFileHandle&) = delete;
+
+  // Header format and CRC.
+  uint32_t ReadData(const uint8_t* p, int n);
+  void GenerateCRC32Table();
+  uint32_t ReverseBitOrder(uint32_t value, char bits);
+  uint32_t CalculateHeaderCRC(const uint8_t* p, unsigned length);
+  // block must hold at least 512 bytes.
+  int ReadFwImageFileHeader(const uint8_t* block);
+  int CheckFwImageUBootPartition();
+  int CheckFwImageBoardType();
+  // block must hold 32 + 12 * partition count bytes (at least 512).
+  int ValidateFwImagePartitionSize(const uint8_t* block);
+  int ValidateFwImageFileHeader(const uint8_t* block);
+
+  // Image list.
+  int ReadValidateFwImageFileHeader(char** names, int count);
+  int CreateImageHeaderList(int count);
+  void ClearImageHeaderList();
+  void ClearCurrImageHeader();
+  int DeleteImageHeaderList();
+  void SetCurrImageHeader(int index);
+  sImageHeaderTag* GetCurrImageHeader() { return psCurrImageHeader; }
+  sImageHeaderTag* GetImageHeaderList() { return psImageHeaderList; }
+  void SetFwImageFileCount(int count) { i32ImageFileCount = count; }
+  int GetFwImageFileCount() const { return i32ImageFileCount; }
+
+ private:
+  uint32_t au32CRCTable[256];
+  int i32ImageFileCount = 0;
+  sImageHeaderTag* psImageHeaderList = nullptr;
+  sImageHeaderTag* psCurrImageHeader = nullptr;
+};
+
+extern TImageFileHandle* G_pImageFileHandle;
+int ImageHandlerConstructor();
+int ImageHandlerDestructor();
+
+// 0 copied, 1 a file could not be opened/read/written/flushed, 3 no buffer.
+int WriteFwImageFile(const char* src, const char* dst);
+// Removes the entries of a directory; always 0.
+int ClearDisk(const char* path);
+
+#endif  // VRX_IMAGE_IMAGE_FILE_H_

@@ -1,0 +1,57 @@
+// Carries one request over the host's system interface by calling the
+// raw-access library libopenraw.so, loaded at run time.
+#ifndef VRX_IPMI_KCS_TRANSPORT_H_
+#define VRX_IPMI_KCS_TRANSPORT_H_
+
+#include <stdint.h>
+
+enum SystemInterface { KCS = 1, SMIC = 2, BT = 3 };
+enum RegisterSpacing {
+  ByteBoundary = 0,
+  ThirtyTwoBitBoundary = 1,
+  SixteenBitBoundary = 2,
+  Reserved = 3
+};
+
+extern const char* const SysIntfStr[];
+extern const char* const RegSpaceStr[];
+
+class TalkBMCviaKCS_OSA {
+ public:
+  TalkBMCviaKCS_OSA();
+  ~TalkBMCviaKCS_OSA();
+  TalkBMCviaKCS_OSA(const TalkBMCviaKCS_OSA&) = delete;
+  TalkBMCviaKCS_OSA& operator=(const TalkBMCviaKCS_OSA&) = delete;
+
+  // Loads the library and opens the channel: 1 on success, 0 otherwise.
+  int Init();
+  bool IsKCSChannel_OK() const { return u32Handle != 0; }
+  unsigned char CompletionCode() const { return u8CompletionCode; }
+
+  int requestBMC(unsigned char netFn, unsigned char command, unsigned char lun,
+                 unsigned char* requestData, unsigned char requestLength,
+                 unsigned char* responseData, unsigned short* responseLength);
+  int requestIPMB(unsigned char slaveAddress, unsigned char netFn,
+                  unsigned char command, unsigned char lun,
+                  unsigned char* requestData, unsigned char requestLength,
+                  unsigned char* responseData,
+                  unsigned short* responseLength);
+
+  static const char* ErrorMessage(int n);
+  int GetConfig(SystemInterface* intf, unsigned short* portAddress,
+                RegisterSpacing* spacing, long* fourthValue);
+  int GetConfig(const char* path, SystemInterface* intf,
+                unsigned short* portAddress, RegisterSpacing* spacing,
+                long* fourthValue);
+
+ private:
+  uint32_t u32Handle = 0;
+  uint8_t u8RequestFlag = 0;
+  uint8_t u8CompletionCode = 0xFF;
+  void* pLibrary = nullptr;  // dlopen handle
+};
+
+int ConvertIntfType(const char* name);
+int ConvertRegSpace(const char* name);
+
+#endif  // VRX_IPMI_KCS_TRANSPORT_H_

@@ -1,0 +1,60 @@
+// The virtual USB device that the BMC attaches: found by comparing two
+// "/sbin/fdisk -l" listings, mounted on a scratch directory, checked through
+// "df -Th" and its size, filled with the image, and released.
+#ifndef VRX_USB_WRITE_FIRMWARE_H_
+#define VRX_USB_WRITE_FIRMWARE_H_
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+extern std::vector<std::string> G_astrDiskList;
+extern std::vector<std::string> G_astrPartitionList;
+
+extern const char G_chMountedOnLayer1[3][64];
+extern const char G_chMountedOnLayer2[32];
+extern const char G_FileSystemType[2][64];
+extern uint8_t G_bMkdirMountedOnLayer1[3];
+extern uint8_t G_bMkdirMountedOnLayer2;
+
+class TWriteFirmware {
+ public:
+  TWriteFirmware() {}
+
+  int GetBlockDeviceList();
+  int ManuallyMountUSBDevice();
+  int IsMountedOnDirectoryFound();
+  int GetVirtualUSBDevInfo() { return IsMountedOnDirectoryFound(); }
+  int TestVirtualUSBDevice();
+  int WriteFileToUSBKey(const char* path);
+  int ManuallyUnmountUSBDevice(int flag);
+
+  const char* DeviceName() const { return achDeviceName; }
+  const char* MountedOn() const { return achMountedOn; }
+  uint32_t SectorCount() const { return u32SectorCount; }
+  uint32_t SectorSize() const { return u32SectorSize; }
+
+ private:
+  char achDeviceName[256] = {0};
+  char achMountedOn[32] = {0};
+  uint32_t u32SectorCount = 0;
+  uint32_t u32SectorSize = 0;
+};
+
+extern TWriteFirmware* G_pWriteFirmware;
+int WriteFirmwareConstructor();
+int WriteFirmwareDestructor();
+
+std::vector<std::string> ExtractDiffDiskPartition(
+    bool disks, std::vector<std::string> earlier,
+    std::vector<std::string> later);
+int CreateMountedDirectory(char* path, size_t size);
+int CreateAndMountUSBDevice(const char* device);
+int UnmountUSBDevice(const char* directory);
+int DeleteMountedDirectory(const char* directory);
+
+// Tests only: the flags are otherwise never reset.
+void ResetMountFlagsForTest();
+
+#endif  // VRX_USB_WRITE_FIRMWARE_H_

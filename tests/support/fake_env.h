@@ -1,0 +1,82 @@
+// A scripted stand-in for the operating system: a virtual clock whose
+// sleeps advance time at once, a shell that answers command lines from a
+// script and records what ran, scripted standard input, and scripted
+// directories and block devices.
+#ifndef VRX_TESTS_SUPPORT_FAKE_ENV_H_
+#define VRX_TESTS_SUPPORT_FAKE_ENV_H_
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace testing_support {
+
+struct CommandResult {
+  std::string output;   // what the command prints (pipes only)
+  int status = 0;       // wait status for RunCommand
+  bool start_fails = false;  // OpenPipe returns null / RunCommand gives -1
+};
+
+class FakeEnv : public platform::Env {
+ public:
+  // Installs itself as the environment; the destructor restores the real OS.
+  FakeEnv();
+  ~FakeEnv() override;
+
+  // --- clock ---
+  time_t now = 1700000000;  // a fixed, readable start
+  std::vector<unsigned> sleeps;  // every SleepMs, in order
+  // Called after the clock moved, e.g. to change a scripted BMC over time.
+  std::function<void(unsigned ms)> on_sleep;
+  unsigned long long total_sleep_ms = 0;
+
+  // --- shell ---
+  // Results for one exact command line are used in order; the last one is
+  // repeated when the queue runs dry.
+  void Script(const std::string& command, CommandResult result);
+  void Script(const std::string& command, const std::string& output,
+              int status = 0);
+  // Consulted for command lines without a script; return false to fall
+  // through to "no such command" (status 127, empty output).
+  std::function<bool(const std::string& command, CommandResult* result)>
+      handler;
+  std::vector<std::string> commands;  // every command line run, in order
+  // Count of runs of one exact command line.
+  int RunCount(const std::string& command) const;
+
+  // --- standard input ---
+  std::string input;
+  size_t input_pos = 0;
+
+  // --- file system facts ---
+  std::set<std::string> directories;
+  // Sector counts of block devices; -1 = cannot open, -2 = ioctl fails.
+  std::map<std::string, long> block_devices;
+
+  // platform::Env
+  time_t Now() override { return now; }
+  void SleepMs(unsigned ms) override;
+  int RunCommand(const std::string& command) override;
+  std::unique_ptr<platform::Pipe> OpenPipe(const std::string& command) override;
+  int ReadInputChar() override;
+  void DiscardPendingInput() override {}
+  bool IsDirectory(const std::string& path) override {
+    return directories.count(path) != 0;
+  }
+  int BlockDeviceSectors(const std::string& path,
+                         unsigned long* sectors) override;
+
+ private:
+  CommandResult Lookup(const std::string& command);
+  std::map<std::string, std::deque<CommandResult>> scripts_;
+  unsigned ms_remainder_ = 0;
+};
+
+}  // namespace testing_support
+
+#endif  // VRX_TESTS_SUPPORT_FAKE_ENV_H_
