@@ -5,6 +5,7 @@
 #define VRX_OUTPUT_UPDATE_PACKAGE_H_
 
 #include <stdint.h>
+#include <stdio.h>
 
 #include "types.h"
 
@@ -38,6 +39,8 @@ class COrvoUpdatePackage {
 
   // Tests only: forget the singleton (it is otherwise never deleted).
   static void ResetForTest();
+  // Tests only: where the documents go; nullptr restores stdout.
+  static void SetStreamForTest(FILE* stream);
 
  private:
   COrvoUpdatePackage() = default;
@@ -60,6 +63,7 @@ class COrvoUpdatePackage {
 
   static COrvoUpdatePackage* s_OrvoUpdatePackage;
   static bool m_IsBMC;
+  static FILE* s_pStream;  // null: stdout
 };
 
 #endif  // VRX_OUTPUT_UPDATE_PACKAGE_H_
