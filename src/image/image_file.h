@@ -4,6 +4,7 @@
 #ifndef VRX_IMAGE_IMAGE_FILE_H_
 #define VRX_IMAGE_IMAGE_FILE_H_
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "types.h"
@@ -28,9 +29,12 @@ class TImageFileHandle {
   int ReadFwImageFileHeader(const uint8_t* block);
   int CheckFwImageUBootPartition();
   int CheckFwImageBoardType();
-  // block must hold 32 + 12 * partition count bytes (at least 512).
+  // Without a length the block is taken to be the 512-byte header; a
+  // partition entry beyond the block's length counts as invalid.
   int ValidateFwImagePartitionSize(const uint8_t* block);
+  int ValidateFwImagePartitionSize(const uint8_t* block, size_t length);
   int ValidateFwImageFileHeader(const uint8_t* block);
+  int ValidateFwImageFileHeader(const uint8_t* block, size_t length);
 
   // Image list.
   int ReadValidateFwImageFileHeader(char** names, int count);

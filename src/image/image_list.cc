@@ -1,0 +1,154 @@
+// The list of image files named on the command line.
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <new>
+
+#include "image/image_file.h"
+#include "output/output.h"
+
+TImageFileHandle* G_pImageFileHandle = nullptr;
+
+int ImageHandlerConstructor() {
+  G_pImageFileHandle = new (std::nothrow) TImageFileHandle();
+  return G_pImageFileHandle == nullptr ? 1 : 0;
+}
+
+int ImageHandlerDestructor() {
+  delete G_pImageFileHandle;
+  G_pImageFileHandle = nullptr;
+  return 0;
+}
+
+TImageFileHandle::TImageFileHandle() { GenerateCRC32Table(); }
+
+TImageFileHandle::~TImageFileHandle() { DeleteImageHeaderList(); }
+
+int TImageFileHandle::CreateImageHeaderList(int count) {
+  if (count < 1) count = 1;
+  // A second list replaces the first; the first is not leaked.
+  DeleteImageHeaderList();
+  psImageHeaderList = new (std::nothrow) sImageHeaderTag[count]();
+  if (psImageHeaderList == nullptr) return RC_OUT_OF_MEMORY;
+  ClearImageHeaderList();
+  return RC_SUCCESS;
+}
+
+void TImageFileHandle::ClearImageHeaderList() {
+  if (psImageHeaderList == nullptr) return;
+  for (int i = 0; i < i32ImageFileCount; ++i) {
+    SetCurrImageHeader(i);
+    ClearCurrImageHeader();
+  }
+}
+
+void TImageFileHandle::ClearCurrImageHeader() {
+  if (psCurrImageHeader == nullptr) return;
+  memset(psCurrImageHeader, 0, sizeof(*psCurrImageHeader));
+}
+
+int TImageFileHandle::DeleteImageHeaderList() {
+  if (psImageHeaderList == nullptr) return 0;
+  delete[] psImageHeaderList;
+  psImageHeaderList = nullptr;
+  psCurrImageHeader = nullptr;
+  return 0;
+}
+
+void TImageFileHandle::SetCurrImageHeader(int index) {
+  if (psImageHeaderList == nullptr) return;
+  psCurrImageHeader = &psImageHeaderList[index];
+}
+
+namespace {
+
+// The header's size fields are 32 bits wide.
+constexpr unsigned long long kLargestImage = 0xFFFFFFFFull;
+
+// Size of an opened image file, or a reason it cannot be one. Returns 0 when
+// the file is usable.
+int SizeOfImageFile(FILE* file, const char* name, uint32_t* size) {
+  struct stat info;
+  if (fstat(fileno(file), &info) != 0) {
+    G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
+                                            "\n   Cannot open %s \n", name);
+    return 1;
+  }
+  if (S_ISDIR(info.st_mode)) {
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectError, "\n   %s is a directory, not an image file \n", name);
+    return 1;
+  }
+  if (fseeko(file, 0, SEEK_END) != 0) {
+    G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
+                                            "\n   Cannot open %s \n", name);
+    return 1;
+  }
+  off_t end = ftello(file);
+  if (end < 0) {
+    G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
+                                            "\n   Cannot open %s \n", name);
+    return 1;
+  }
+  if (static_cast<unsigned long long>(end) > kLargestImage) {
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectError,
+        "\n   %s is larger than 4 GiB, too large for an image file \n", name);
+    return 1;
+  }
+  *size = static_cast<uint32_t>(end);
+  return 0;
+}
+
+}  // namespace
+
+int TImageFileHandle::ReadValidateFwImageFileHeader(char** names, int count) {
+  int listSize = count == 0 ? 1 : count;
+  if (CreateImageHeaderList(listSize) != RC_SUCCESS) return RC_OUT_OF_MEMORY;
+
+  int result = RC_SUCCESS;
+  int opened = 0;
+  for (int i = 0; i < count; ++i) {
+    const char* name = names[i] != nullptr ? names[i] : "";
+    SetCurrImageHeader(opened);
+    sImageHeaderTag* header = psCurrImageHeader;
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectDebug, "\n   Read and validate %s ", name);
+    if (strlen(name) >= sizeof(header->achFileName)) {
+      // A cut path would name another file.
+      G_pOutputMessageHandle->RedirectMessage(
+          eRedirectError, "\n   File name too long: %s \n", name);
+      ClearCurrImageHeader();
+      result = RC_OPEN_INPUT_FAILED;
+      continue;
+    }
+    snprintf(header->achFileName, sizeof(header->achFileName), "%s", name);
+    FILE* file = fopen(name, "rb");
+    if (file == nullptr) {
+      G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
+                                              "\n   Cannot open %s \n", name);
+      ClearCurrImageHeader();
+      result = RC_OPEN_INPUT_FAILED;
+      continue;
+    }
+    uint32_t size = 0;
+    int unusable = SizeOfImageFile(file, name, &size);
+    fclose(file);
+    if (unusable != 0) {
+      ClearCurrImageHeader();
+      result = RC_OPEN_INPUT_FAILED;
+      continue;
+    }
+    header->u32FileSize = size;
+    header->u32ImageSize = size;
+    ++opened;
+  }
+
+  SetFwImageFileCount(opened);
+  if (opened == 0) {
+    ClearImageHeaderList();
+    return result;
+  }
+  return RC_SUCCESS;
+}
