@@ -9,6 +9,8 @@
 #include <new>
 #include <string>
 
+#include "ipmi/commands.h"
+
 COrvoUpdatePackage* COrvoUpdatePackage::s_OrvoUpdatePackage = nullptr;
 bool COrvoUpdatePackage::m_IsBMC = false;
 FILE* COrvoUpdatePackage::s_pStream = nullptr;
@@ -101,12 +103,93 @@ void COrvoUpdatePackage::Print(eReturnCodeTag rc) {
   }
 }
 
+namespace {
+
+FILE* Stream(FILE* chosen) { return chosen != nullptr ? chosen : stdout; }
+
+// The BMC's firmware revision as the documents show it. A failed read
+// leaves the zeroes: the document is printed anyway.
+void ReadBMCRevision(unsigned char* major, unsigned char* minor) {
+  unsigned char revision[16] = {0};
+  GetDeviceID(revision);
+  *major = revision[0];
+  *minor = revision[1];
+}
+
+}  // namespace
+
 void COrvoUpdatePackage::PrintXmlInventory(eReturnCodeTag rc) {
-  (void)rc;
+  FILE* out = Stream(s_pStream);
+  unsigned char major = 0, minor = 0;
+  ReadBMCRevision(&major, &minor);
+  fprintf(out, "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n");
+  if (rc == RC_SUCCESS) {
+    fprintf(out, "<SVMInventory lang=\"en\">\n");
+    fprintf(out,
+            "   <Device componentID=\"5814\" display=\"BMC Firmware\">\n");
+    fprintf(out,
+            "      <Application componentType=\"FRMW\" version=\"%x.%02x\" "
+            "display=\"BMC Firmware\" />\n",
+            major, minor);
+    fprintf(out, "   </Device>\n");
+    fprintf(out, "</SVMInventory>\n");
+  } else {
+    fprintf(out, "<SVMInventory lang=\"en\"/>\n");
+  }
+  fflush(out);
 }
 
 void COrvoUpdatePackage::PrintXmlReturnCode(eReturnCodeTag rc) {
-  (void)rc;
+  FILE* out = Stream(s_pStream);
+  unsigned char major = 0, minor = 0;
+  ReadBMCRevision(&major, &minor);
+  fprintf(out, "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n");
+  fprintf(out, "<SVMExecution lang=\"en\">\n");
+  if (sComponent.u8FlashStatus == 1 && rc == RC_SUCCESS) {
+    fprintf(out,
+            "   <Device componentID=\"5814\" display=\"BMC Firmware\">\n");
+    fprintf(out,
+            "      <Application componentType=\"FRMW\" version=\"%x.%02x\" "
+            "display=\"BMC Firmware\">\n",
+            major, minor);
+    fprintf(out, "         <SPStatus result=\"true\">\n");
+    fprintf(out,
+            "            <Message id=\"0\" >Update Successful.</Message>\n");
+    fprintf(out, "         </SPStatus>\n");
+    fprintf(out, "      </Application>\n");
+    fprintf(out, "   </Device>\n");
+    fprintf(out, "</SVMExecution>\n");
+  } else {
+    // Always message 33: the framework expects this one failure answer.
+    fprintf(out, "   <SPStatus result=\"false\">\n");
+    fprintf(out,
+            "      <Message id=\"33\" >Update Firmware Failed</Message>\n");
+    fprintf(out, "   </SPStatus>\n");
+    fprintf(out, "</SVMExecution>\n");
+  }
+  fflush(out);
 }
 
-void COrvoUpdatePackage::PrintInventory() {}
+void COrvoUpdatePackage::PrintInventory() {
+  FILE* out = Stream(s_pStream);
+  fprintf(out,
+          "\n   Firmware Versions                                 Current     "
+          "Image\n");
+  for (int i = 0; i < i32ComponentCount && i < 1; ++i) {
+    const char* name =
+        sComponent.pchDisplayName != nullptr ? sComponent.pchDisplayName : "";
+    std::string cell = std::string("    ") + name + " ";
+    while (cell.size() < 50) cell += '.';
+    fprintf(out, "%s", cell.c_str());
+    if (u8ImageVersionMajor != 0 || u8ImageVersionMinor != 0) {
+      fprintf(out, "   %u.%02u       %u.%02u    ", sComponent.u8VersionMajor,
+              sComponent.u8VersionMinor, u8ImageVersionMajor,
+              u8ImageVersionMinor);
+    } else {
+      fprintf(out, "   %u.%02u         N/A   ", sComponent.u8VersionMajor,
+              sComponent.u8VersionMinor);
+    }
+    fprintf(out, "\n");
+  }
+  fflush(out);
+}
