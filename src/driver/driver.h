@@ -13,6 +13,8 @@ void MainConstructor();
 void MainDestructor();
 
 // The file-name list: one zero-filled name of 256 characters.
+constexpr int kFwImageFileListCapacity = 1;
+constexpr int kFwImageFileNameSize = 256;
 int CreateFwImageFilenameList(char*** list);
 int DeleteFwImageFilenameList(char*** list);
 

@@ -1,0 +1,251 @@
+#include "driver/driver.h"
+
+#include <string.h>
+
+#include <new>
+
+#include "bmc/bmc_handle.h"
+#include "driver/config.h"
+#include "driver/options.h"
+#include "image/image_file.h"
+#include "ipmi/ipmi_exec.h"
+#include "ipmi/lan_transport.h"
+#include "output/output.h"
+#include "output/update_package.h"
+#include "update/firmware_update.h"
+#include "usb/write_firmware.h"
+
+uint8_t G_u8EntityID = 0;
+uint8_t G_u8HostNeedRebootFlag = 0;
+uint8_t G_u8BMCNeedReboot = 0;
+
+namespace {
+
+const uint8_t kEntityBios = 1;
+const uint8_t kEntityCustomerDefault = 5;
+
+// A BIOS refusal leaves the run without any clean-up; a later run in the
+// same process (tests only) releases what that run left behind.
+bool g_bRunAbandoned = false;
+char** g_ppchAbandonedList = nullptr;
+
+void ReleaseAbandonedRun() {
+  if (!g_bRunAbandoned) return;
+  DeleteFwImageFilenameList(&g_ppchAbandonedList);
+  MainDestructor();
+  g_bRunAbandoned = false;
+}
+
+bool Ask(const char* question) {
+  return G_pOutputMessageHandle->PromptUser(eRedirectPrompt, question) == 0;
+}
+
+// The questions of the chosen entity. Returns false when the user refused a
+// BIOS update, which ends the run at once.
+bool AskEntityQuestions() {
+  const sProgramSettingsTag* settings = G_pConfigHandle->GetSettings();
+  G_u8EntityID = settings->u8EntityID;
+  G_u8CipherValue = settings->u8CipherValue;
+  if (G_ForceUpdateFlag) {
+    G_u8BMCNeedReboot = 1;
+    G_u8HostNeedRebootFlag = 1;
+    return true;
+  }
+  if (G_u8EntityID == kEntityBios) {
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectPrompt, "%s",
+        "\n   BIOS firmware update will reboot system after uploading image.\n");
+    if (!Ask("Are you sure to continue BIOS firmware update (Y/N) ?")) {
+      G_pOutputMessageHandle->RedirectMessage(
+          eRedirectPrompt, "%s", "\n   BIOS firmware update canceled\n");
+      return false;
+    }
+    G_u8HostNeedRebootFlag = 1;
+    return true;
+  }
+  bool yes;
+  if (G_u8EntityID == kEntityCustomerDefault) {
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectPrompt, "%s",
+        "\n   Restore to default and reset BMC are necessary after doing\n");
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectPrompt, "%s",
+        "customer default firmware update to make new default value take "
+        "effect.\n");
+    yes = Ask("Do you want to restore to defule and reset BMC (Y/N) ?");
+  } else {
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectPrompt, "%s",
+        "\n   After firmware update, BMC need to be reset so firmware can "
+        "take effect.\n");
+    yes = Ask("Do you want to reset BMC (Y/N) ?");
+  }
+  G_u8BMCNeedReboot = yes ? 1 : 0;
+  return true;
+}
+
+// Remote update from a URI, for every BMC in the list (it holds one).
+int DispatchRemoteUpdate() {
+  int rc = RC_SUCCESS;
+  for (int index = 0; index < 1; ++index) {
+    G_pBMCHandle->SetCurrBMCInfo(index);
+    sBMCInformationTag* bmc = G_pBMCHandle->GetCurrBMCInfo();
+    if (G_pOutputMessageHandle->IsOutputRevisionOnly())
+      rc = RC_SUCCESS;
+    else
+      rc = G_pFirmwareUpdate->DoRemoteFwUpdate(bmc);
+    if (rc != RC_SUCCESS) {
+      COrvoUpdatePackage::FlashStatus(0);
+      return rc;
+    }
+    COrvoUpdatePackage::FlashStatus(1);
+  }
+  return rc;
+}
+
+// Update through the image file(s) named on the command line.
+int DispatchImageUpdate(char** fileList, int fileCount,
+                        const sImageHeaderTag* emptyHeader) {
+  int rc =
+      G_pImageFileHandle->ReadValidateFwImageFileHeader(fileList, fileCount);
+  sImageHeaderTag* headerList = G_pImageFileHandle->GetImageHeaderList();
+  if (rc != RC_SUCCESS) {
+    if (G_pOutputMessageHandle->IsOutputRevisionOnly()) {
+      G_pBMCHandle->SetCurrBMCInfo(0);
+      G_pOutputMessageHandle->OutputFirmwareRevisions(
+          G_pBMCHandle->GetCurrBMCInfo(), emptyHeader);
+    }
+    return rc;
+  }
+  for (int index = 0; index < 1; ++index) {
+    G_pBMCHandle->SetCurrBMCInfo(index);
+    sBMCInformationTag* bmc = G_pBMCHandle->GetCurrBMCInfo();
+    rc = CompareImageType(bmc, headerList,
+                          G_pImageFileHandle->GetFwImageFileCount());
+    if (rc == RC_SUCCESS) {
+      G_pImageFileHandle->SetCurrImageHeader(
+          static_cast<int>(bmc->u32ImageIndex));
+      rc = G_pFirmwareUpdate->DoUSBFwUpdate(
+          bmc, G_pImageFileHandle->GetCurrImageHeader());
+      if (rc != RC_SUCCESS) {
+        COrvoUpdatePackage::FlashStatus(0);
+        return rc;
+      }
+      COrvoUpdatePackage::FlashStatus(1);
+    } else {
+      G_pOutputMessageHandle->OutputFirmwareRevisions(bmc, emptyHeader);
+      G_pOutputMessageHandle->RedirectMessage(eRedirectError, "%s",
+                                              "\r   No suitable image!! \n");
+    }
+  }
+  return rc;
+}
+
+}  // namespace
+
+void MainConstructor() {
+  OutputConstructor();
+  IPMICommandConstructor();
+  ConfigConstructor();
+  BMCHandlerConstructor();
+  ImageHandlerConstructor();
+  WriteFirmwareConstructor();
+  FwUpdateConstructor();
+  CheckFlagsConstructor();
+}
+
+void MainDestructor() {
+  CheckFlagsDestructor();
+  WriteFirmwareDestructor();
+  FwUpdateDestructor();
+  BMCHandlerDestructor();
+  ImageHandlerDestructor();
+  IPMICommandDestructor();
+  ConfigDestructor();
+  OutputDestructor();
+}
+
+int CreateFwImageFilenameList(char*** list) {
+  if (list == nullptr) return RC_OUT_OF_MEMORY;
+  *list = new (std::nothrow) char*[kFwImageFileListCapacity];
+  if (*list == nullptr) return RC_OUT_OF_MEMORY;
+  for (int i = 0; i < kFwImageFileListCapacity; ++i) (*list)[i] = nullptr;
+  for (int i = 0; i < kFwImageFileListCapacity; ++i) {
+    (*list)[i] = new (std::nothrow) char[kFwImageFileNameSize];
+    if ((*list)[i] == nullptr) {
+      DeleteFwImageFilenameList(list);
+      return RC_OUT_OF_MEMORY;
+    }
+    memset((*list)[i], 0, kFwImageFileNameSize);
+  }
+  return RC_SUCCESS;
+}
+
+int DeleteFwImageFilenameList(char*** list) {
+  if (list == nullptr || *list == nullptr) return RC_SUCCESS;
+  for (int i = 0; i < kFwImageFileListCapacity; ++i) delete[] (*list)[i];
+  delete[] *list;
+  *list = nullptr;
+  return RC_SUCCESS;
+}
+
+int RunMain(int argc, char** argv) {
+  ReleaseAbandonedRun();
+  G_u8EntityID = 0;
+  G_u8HostNeedRebootFlag = 0;
+  G_u8BMCNeedReboot = 0;
+  G_u8CipherValue = 0xFF;
+
+  // 1. Objects, then the settings file so that the options win over it.
+  sImageHeaderTag emptyHeader;
+  memset(&emptyHeader, 0, sizeof(emptyHeader));
+  MainConstructor();
+  G_pConfigHandle->ReadConfigFile();
+
+  // 2.
+  COrvoUpdatePackage::IsBMC(true);
+
+  // 3.
+  char** fileList = nullptr;
+  int fileCount = 0;
+  int rc = CreateFwImageFilenameList(&fileList);
+  if (rc != RC_SUCCESS) G_pOutputMessageHandle->OutputUtilityHeader();
+
+  // 4.-7. Options, settings report, channel, BMC search.
+  if (rc == RC_SUCCESS)
+    rc = ParseCommandArguments(argc, argv, fileList, &fileCount);
+  if (rc == RC_SUCCESS)
+    G_pOutputMessageHandle->OutuptUtilityConfiguration(
+        G_pConfigHandle->GetSettings());
+  if (rc == RC_SUCCESS && G_EnableIPMILan == 0) rc = InitKcsDriver();
+  if (rc == RC_SUCCESS) rc = G_pBMCHandle->SearchBMCDevices();
+
+  // 8.-9. The inventory needs no questions and no update.
+  const bool inventory = COrvoUpdatePackage::XmlInventoryMode();
+  if (rc == RC_SUCCESS && !inventory) {
+    if (!AskEntityQuestions()) {
+      // A refused BIOS update ends here, without report or clean-up.
+      g_bRunAbandoned = true;
+      g_ppchAbandonedList = fileList;
+      return RC_SUCCESS;
+    }
+    rc = RC_SUCCESS;
+  }
+
+  // 10.
+  if (rc == RC_SUCCESS && !inventory) {
+    if (G_pBMCHandle->GetFwUpdateMode() == eFwUpdateModeRemote)
+      rc = DispatchRemoteUpdate();
+    else
+      rc = DispatchImageUpdate(fileList, fileCount, &emptyHeader);
+  }
+
+  // 11. The common ending.
+  COrvoUpdatePackage::ToOutputIfNecessary(static_cast<eReturnCodeTag>(rc));
+  DeleteFwImageFilenameList(&fileList);
+  UinitKcsDriver();
+  if (rc != RC_COMMAND_LINE_ERROR) CheckOptionCombination();
+  G_pOutputMessageHandle->OutputReturnCode(rc);
+  MainDestructor();
+  return rc;
+}
