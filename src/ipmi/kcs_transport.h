@@ -13,6 +13,35 @@ enum RegisterSpacing {
   Reserved = 3
 };
 
+// C entry points of libopenraw.so. The handle is an unsigned 32-bit value
+// (0: not open); lengths, NetFn/LUN and command are single bytes; the
+// response length holds the capacity on entry and the received count on
+// return. Requests return 0 on success, a library status otherwise.
+extern "C" {
+typedef uint32_t (*RawOpenFn)(void);
+typedef int (*RawRequestFn)(uint32_t handle, unsigned char netFnLun,
+                            unsigned char command, unsigned char* requestData,
+                            unsigned char requestLength,
+                            unsigned char* completionCode,
+                            unsigned char* responseData,
+                            unsigned short* responseLength);
+typedef int (*RawIPMBRequestFn)(uint32_t handle, unsigned char slaveAddress,
+                                unsigned char netFnLun, unsigned char command,
+                                unsigned char* requestData,
+                                unsigned char requestLength,
+                                unsigned char* completionCode,
+                                unsigned char* responseData,
+                                unsigned short* responseLength);
+typedef void (*RawCloseFn)(uint32_t handle);
+}
+
+struct RawEntryPoints {
+  RawOpenFn pfnRawOpen;
+  RawRequestFn pfnRawRequest;
+  RawIPMBRequestFn pfnRawIPMBRequest;
+  RawCloseFn pfnRawClose;
+};
+
 extern const char* const SysIntfStr[];
 extern const char* const RegSpaceStr[];
 
@@ -44,11 +73,19 @@ class TalkBMCviaKCS_OSA {
                 unsigned short* portAddress, RegisterSpacing* spacing,
                 long* fourthValue);
 
+  // Tests hand in the entry points directly; Init then loads no library.
+  // nullptr restores loading libopenraw.so. The struct is copied.
+  static void SetRawEntryPointsForTesting(const RawEntryPoints* entries);
+
  private:
+  int LoadLibrary();
+  void UnloadLibrary();
+
   uint32_t u32Handle = 0;
   uint8_t u8RequestFlag = 0;
   uint8_t u8CompletionCode = 0xFF;
   void* pLibrary = nullptr;  // dlopen handle
+  RawEntryPoints sRaw = {nullptr, nullptr, nullptr, nullptr};
 };
 
 int ConvertIntfType(const char* name);

@@ -1,0 +1,265 @@
+// Carries one request over the system interface through libopenraw.so,
+// which is loaded at run time so that the utility starts (and runs over
+// the LAN) on hosts without it.
+#include "ipmi/kcs_transport.h"
+
+#include <dlfcn.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <string>
+
+const char* const SysIntfStr[] = {"NULL", "KCS", "SMIC", "BT"};
+const char* const RegSpaceStr[] = {"ByteBoundary", "ThirtyTwoBitBoundary",
+                                   "SixteenBitBoundary", "Reserved"};
+
+namespace {
+
+const char kLibraryName[] = "libopenraw.so";
+
+bool g_bUseTestEntries = false;
+RawEntryPoints g_sTestEntries = {nullptr, nullptr, nullptr, nullptr};
+
+// The library's diagnostic hook; it is silent in this build but keeps the
+// texts checked against their arguments.
+void DebugTrace(const char*, ...) __attribute__((format(printf, 1, 2)));
+void DebugTrace(const char*, ...) {}
+
+// The directory of the running executable, where the library may be
+// shipped next to the utility. Never the current directory.
+std::string ExecutableDirectory() {
+  char achPath[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", achPath, sizeof(achPath) - 1);
+  if (n <= 0) return std::string();
+  achPath[n] = '\0';
+  char* pSlash = strrchr(achPath, '/');
+  if (pSlash == nullptr) return std::string();
+  *pSlash = '\0';
+  return achPath;
+}
+
+void* OpenLibrary() {
+  void* pHandle = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
+  if (pHandle != nullptr) return pHandle;
+  std::string strDir = ExecutableDirectory();
+  if (strDir.empty()) return nullptr;
+  std::string strPath = strDir + "/" + kLibraryName;
+  return dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+const char* TableName(const char* const* table, int count, int value) {
+  if (value < 0 || value >= count) return "NULL";
+  return table[value];
+}
+
+// Replaces the line ending so that a line holds only its text.
+void ChopLine(char* line) { line[strcspn(line, "\r\n")] = '\0'; }
+
+}  // namespace
+
+TalkBMCviaKCS_OSA::TalkBMCviaKCS_OSA() {}
+
+TalkBMCviaKCS_OSA::~TalkBMCviaKCS_OSA() {
+  // A channel that never opened has nothing to close.
+  if (u32Handle != 0 && sRaw.pfnRawClose != nullptr) sRaw.pfnRawClose(u32Handle);
+  u32Handle = 0;
+  UnloadLibrary();
+}
+
+void TalkBMCviaKCS_OSA::SetRawEntryPointsForTesting(
+    const RawEntryPoints* entries) {
+  g_bUseTestEntries = entries != nullptr;
+  if (entries != nullptr) {
+    g_sTestEntries = *entries;
+  } else {
+    g_sTestEntries = RawEntryPoints{nullptr, nullptr, nullptr, nullptr};
+  }
+}
+
+int TalkBMCviaKCS_OSA::LoadLibrary() {
+  if (g_bUseTestEntries) {
+    sRaw = g_sTestEntries;
+  } else {
+    pLibrary = OpenLibrary();
+    if (pLibrary == nullptr) return 0;
+    sRaw.pfnRawOpen = reinterpret_cast<RawOpenFn>(dlsym(pLibrary, "RawOpen"));
+    sRaw.pfnRawRequest =
+        reinterpret_cast<RawRequestFn>(dlsym(pLibrary, "RawRequest"));
+    sRaw.pfnRawIPMBRequest =
+        reinterpret_cast<RawIPMBRequestFn>(dlsym(pLibrary, "RawIPMBRequest"));
+    sRaw.pfnRawClose = reinterpret_cast<RawCloseFn>(dlsym(pLibrary, "RawClose"));
+  }
+  if (sRaw.pfnRawOpen == nullptr || sRaw.pfnRawRequest == nullptr ||
+      sRaw.pfnRawIPMBRequest == nullptr || sRaw.pfnRawClose == nullptr) {
+    UnloadLibrary();
+    return 0;
+  }
+  return 1;
+}
+
+void TalkBMCviaKCS_OSA::UnloadLibrary() {
+  sRaw = RawEntryPoints{nullptr, nullptr, nullptr, nullptr};
+  if (pLibrary != nullptr) dlclose(pLibrary);
+  pLibrary = nullptr;
+}
+
+int TalkBMCviaKCS_OSA::Init() {
+  if (u32Handle != 0) return 1;
+  if (sRaw.pfnRawOpen == nullptr && LoadLibrary() == 0) return 0;
+  u32Handle = sRaw.pfnRawOpen();
+  if (u32Handle == 0) {
+    DebugTrace("oops ... RawOpen failed!!\n");
+    return 0;
+  }
+  return 1;
+}
+
+int TalkBMCviaKCS_OSA::requestBMC(unsigned char netFn, unsigned char command,
+                                  unsigned char lun,
+                                  unsigned char* requestData,
+                                  unsigned char requestLength,
+                                  unsigned char* responseData,
+                                  unsigned short* responseLength) {
+  unsigned char netFnLun = static_cast<unsigned char>((netFn << 2) | lun);
+  u8CompletionCode = 0xFF;
+  unsigned short u16Capacity = *responseLength & 0xFF;
+  unsigned short u16Length = u16Capacity;
+  if (!IsKCSChannel_OK()) return 1;
+  DebugTrace("Send Command [%d] NetFn [%d] :\n", command, netFn);
+  int status = sRaw.pfnRawRequest(u32Handle, netFnLun, command, requestData,
+                                  requestLength, &u8CompletionCode,
+                                  responseData, &u16Length);
+  if (status != 0) {
+    DebugTrace("RawRequst failed: status = %d\n", status);
+    return status;
+  }
+  // A count beyond the capacity cannot be in the buffer: keep what fits.
+  if (u16Length > u16Capacity) u16Length = u16Capacity;
+  *responseLength = u16Length & 0xFF;
+  DebugTrace("CompletCode = %d\tResponse Length = %d\n", u8CompletionCode,
+             *responseLength);
+  DebugTrace("\n************* End of RspData. ********\n\n\n");
+  return status;
+}
+
+int TalkBMCviaKCS_OSA::requestIPMB(unsigned char slaveAddress,
+                                   unsigned char netFn, unsigned char command,
+                                   unsigned char lun,
+                                   unsigned char* requestData,
+                                   unsigned char requestLength,
+                                   unsigned char* responseData,
+                                   unsigned short* responseLength) {
+  unsigned char netFnLun = static_cast<unsigned char>((netFn << 2) | lun);
+  u8CompletionCode = 0xFF;
+  u8RequestFlag = 0;
+  unsigned short u16Capacity = *responseLength;
+  if (!IsKCSChannel_OK()) return 1;
+  DebugTrace("Send Command [%d] NetFn [%d] :\n", command, netFn);
+  int status = sRaw.pfnRawIPMBRequest(u32Handle, slaveAddress, netFnLun,
+                                      command, requestData, requestLength,
+                                      &u8CompletionCode, responseData,
+                                      responseLength);
+  if (*responseLength > u16Capacity) *responseLength = u16Capacity;
+  if (status != 0) {
+    DebugTrace("RawRequst failed: status = %d\n", status);
+    return status;
+  }
+  DebugTrace("CompletCode = %d\tResponse Length = %d\n", u8CompletionCode,
+             *responseLength);
+  DebugTrace("\n************* End of RspData. ********\n\n\n");
+  return status;
+}
+
+const char* TalkBMCviaKCS_OSA::ErrorMessage(int n) {
+  switch (n) {
+    case 1:
+      return "KCS was failed!!";
+    case 2:
+      return "Error occured at sending request to KCS driver!!";
+    case 3:
+      return "Error occured at receiving response from KCS driver!!";
+    case 4:
+      return "BMC didn't accept the data you sent!!";
+    default:
+      return nullptr;
+  }
+}
+
+int ConvertIntfType(const char* name) {
+  if (name == nullptr) return -1;
+  if (strcasecmp(name, "KCS") == 0) return KCS;
+  if (strcasecmp(name, "SMIC") == 0) return SMIC;
+  if (strcasecmp(name, "BT") == 0) return BT;
+  return -1;
+}
+
+int ConvertRegSpace(const char* name) {
+  if (name == nullptr) return -1;
+  if (strcasecmp(name, "ByteBoundary") == 0) return ByteBoundary;
+  if (strcasecmp(name, "SixteenBitBoundary") == 0) return SixteenBitBoundary;
+  if (strcasecmp(name, "ThirtyTwoBitBoundary") == 0)
+    return ThirtyTwoBitBoundary;
+  if (strcasecmp(name, "Reserved") == 0) return Reserved;
+  return -1;
+}
+
+int TalkBMCviaKCS_OSA::GetConfig(SystemInterface* intf,
+                                 unsigned short* portAddress,
+                                 RegisterSpacing* spacing, long* fourthValue) {
+  return GetConfig("intf.ini", intf, portAddress, spacing, fourthValue);
+}
+
+int TalkBMCviaKCS_OSA::GetConfig(const char* path, SystemInterface* intf,
+                                 unsigned short* portAddress,
+                                 RegisterSpacing* spacing, long* fourthValue) {
+  static const char kSeparators[] = " _\r\n";
+  FILE* pFile = fopen(path, "r");
+  if (pFile == nullptr) {
+    DebugTrace("Cannot find %s, abort.\n", path);
+    return 1;
+  }
+  char achLine[64];
+  char* pSave = nullptr;
+  if (fgets(achLine, sizeof(achLine), pFile) != nullptr) {
+    int value = ConvertIntfType(strtok_r(achLine, kSeparators, &pSave));
+    if (value < 0) {
+      DebugTrace("Error config: %s ==> not a valid System interface type.\n",
+                 achLine);
+      fclose(pFile);
+      return 1;
+    }
+    *intf = static_cast<SystemInterface>(value);
+  }
+  if (fgets(achLine, sizeof(achLine), pFile) != nullptr) {
+    unsigned long value = strtoul(achLine, nullptr, 16);
+    if (value < 1 || value > 0xFFFE) {
+      ChopLine(achLine);
+      DebugTrace("Error config: %s ==> not a valid Port Address.\n", achLine);
+      fclose(pFile);
+      return 1;
+    }
+    *portAddress = static_cast<unsigned short>(value);
+  }
+  if (fgets(achLine, sizeof(achLine), pFile) != nullptr) {
+    int value = ConvertRegSpace(strtok_r(achLine, kSeparators, &pSave));
+    if (value < 0) {
+      DebugTrace("Error config: %s ==> not a valid Register Spacing type.\n",
+                 achLine);
+      fclose(pFile);
+      return 1;
+    }
+    *spacing = static_cast<RegisterSpacing>(value);
+  }
+  *fourthValue = 0x3000;
+  if (fgets(achLine, sizeof(achLine), pFile) != nullptr)
+    *fourthValue = strtol(achLine, nullptr, 16);
+  fclose(pFile);
+  DebugTrace("Read Config:\nSysIntf = %s, PortAddr = 0x%.3X, RegSpace = %s\n",
+             TableName(SysIntfStr, 4, *intf), *portAddress,
+             TableName(RegSpaceStr, 4, *spacing));
+  return 0;
+}
