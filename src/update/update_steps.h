@@ -1,0 +1,57 @@
+// Steps shared by the update procedures of this directory; not part of the
+// update class's interface.
+#ifndef VRX_UPDATE_UPDATE_STEPS_H_
+#define VRX_UPDATE_UPDATE_STEPS_H_
+
+#include <stdint.h>
+#include <time.h>
+
+#include "types.h"
+
+class TFirmwareUpdate;
+
+namespace update_steps {
+
+// Starting value of every spinner counter; it falls by one per pass.
+constexpr int kSpinnerStart = 32767;
+
+// Whole seconds between two clock readings.
+double Elapsed(time_t later, time_t earlier);
+
+// Finds the virtual USB device (by its mount, else by mounting it once).
+// The three-phase update and the virtual-media update differ only in the
+// success line.
+enum eDetectStyleTag { eDetectThreePhase, eDetectVirtualMedia };
+int DetectOrMountUSBDevice(TFirmwareUpdate* update, eDetectStyleTag style);
+
+// The unmount after the copy: a clean-up after a failure (only when the
+// device may have been touched), a release check after success.
+int UnmountAfterCopy(int result, bool unmountOnFailure);
+
+// Mounted window: detection, copy, an optional step while the device is
+// still mounted, and the unmount, with the clean-up that an interrupt in
+// between triggers. Returns the result after the unmount step, or
+// 128 + signal when the run was interrupted (*interrupted is then true).
+typedef int (*MountedStep)(TFirmwareUpdate* update);
+int RunMountedWindow(TFirmwareUpdate* update, int result,
+                     bool unmountOnFailure, eDetectStyleTag style,
+                     const char* imagePath, MountedStep afterCopy,
+                     bool* interrupted);
+
+// Releases the device after an interrupt and returns the exit code.
+int ReleaseAfterInterrupt();
+
+// Clear-PS, reset to defaults and the BMC reset after a finished task.
+int FinishAfterTask(TFirmwareUpdate* update, const sBMCInformationTag* bmc,
+                    sBMCInformationTag* local, int result);
+
+// Final line of a procedure; 57 (host restarts for the BIOS) is success.
+enum eFinalStyleTag { eFinalVirtualMedia, eFinalRemote };
+int ReportFinalResult(int result, eFinalStyleTag style);
+
+// The one copy of a device name into a record's name field, bounded.
+void CopyDeviceName(sBMCInformationTag* record, const char* name);
+
+}  // namespace update_steps
+
+#endif  // VRX_UPDATE_UPDATE_STEPS_H_

@@ -1,0 +1,133 @@
+// The virtual-media update: the BMC runs an update task whose image source
+// is a virtual USB device that the host fills.
+#include <string.h>
+
+#include "driver/config.h"
+#include "ipmi/commands.h"
+#include "ipmi/ipmi_exec.h"
+#include "output/output.h"
+#include "update/firmware_update.h"
+#include "update/update_steps.h"
+#include "usb/write_firmware.h"
+
+namespace {
+
+TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
+
+constexpr unsigned char kSourceVirtualUSB = 3;
+constexpr uint8_t kStatusReadyToAcceptImage = 0x03;
+// The BMC needs this many polls before its device can be trusted to be
+// ready, even when it reports readiness earlier.
+constexpr uint8_t kMinimumReadyPolls = 16;
+
+void PrintOkOrFailed(int rc) {
+  if (rc == 0) {
+    Out().RedirectMessage(eRedirectPrompt, " OK\n");
+  } else {
+    Out().RedirectMessage(eRedirectPrompt, " FAILED\n");
+  }
+}
+
+}  // namespace
+
+int TFirmwareUpdate::RequestUSBFwUpdateInit(uint8_t* taskId, uint8_t target) {
+  Out().RedirectMessage(eRedirectPrompt,
+                        "\n   Initiate Update Firmware Command : ");
+  const int rc = UpdateFirmware(kSourceVirtualUSB,
+                                static_cast<unsigned char>(0x80 | (target & 0x0F)),
+                                taskId);
+  PrintOkOrFailed(rc);
+  return rc;
+}
+
+int TFirmwareUpdate::RequestUSBFwUpdatePhaseOne(uint8_t taskId) {
+  Out().RedirectMessage(eRedirectPrompt,
+                        "\r   Issue USB Firmware Update Command Phase 1 : ");
+  const int rc = USBFwUpdatePhase1(taskId);
+  PrintOkOrFailed(rc);
+  return rc;
+}
+
+int TFirmwareUpdate::RequestUSBFwUpdatePhaseTwo(uint8_t taskId) {
+  Out().RedirectMessage(eRedirectPrompt,
+                        "\r   Issue USB Firmware Update Command Phase 2 : ");
+  const int rc = USBFwUpdatePhase2(taskId);
+  PrintOkOrFailed(rc);
+  return rc;
+}
+
+int TFirmwareUpdate::RequestUSBFwUpdateGetStatus(uint8_t taskId,
+                                                 uint8_t* status) {
+  Out().RedirectMessage(eRedirectDebug, "\r   Get Firmware update Status : ");
+  unsigned char percent = 0;
+  bool percentValid = false;
+  const int rc = GetUpdateStatus(taskId, status, &percent, &percentValid);
+  if (rc == 0) Out().RedirectMessage(eRedirectDebug, "   Status = 0x%X\n", *status);
+  return rc;
+}
+
+int TFirmwareUpdate::DoUSBFwUpdate(const sBMCInformationTag* bmc,
+                                   const sImageHeaderTag* image) {
+  int result = 0;
+  bool unmountOnFailure = true;
+  uint8_t taskId = 0;
+  sBMCInformationTag local;
+  memset(&local, 0, sizeof(local));
+  update_steps::CopyDeviceName(&local, bmc != nullptr ? bmc->achPlatformName : "");
+
+  if (image == nullptr || image->achFileName[0] == '\0') {
+    result = RC_FILE_NOT_FOUND;
+  }
+  if (G_pConfigHandle != nullptr && G_pConfigHandle->GetSettings() != nullptr) {
+    SetFwUpdateSettings(G_pConfigHandle->GetSettings());
+  }
+
+  if (result == 0) {
+    result = RequestUSBFwUpdateInit(&taskId, u8UpdateTarget);
+    DelayMS(1000);
+  }
+  if (result == 0) {
+    Out().RedirectMessage(eRedirectDebug,
+                          "\n   Get Device Name List Before Doing Phase 1 : ");
+    result = G_pWriteFirmware->GetBlockDeviceList();
+    if (result != 0) {
+      Out().RedirectMessage(eRedirectNormal,
+                            "\n   Get Device Name List Before Doing Phase 1 "
+                            "Failed\n");
+      unmountOnFailure = false;
+    } else {
+      Out().RedirectMessage(eRedirectDebug,
+                            "\n   Get Device Name List Before Doing Phase 1 "
+                            "OK\n");
+    }
+  }
+  if (result == 0) {
+    result = RequestUSBFwUpdatePhaseOne(taskId);
+    DelayMS(1000);
+  }
+  if (result == 0) {
+    // No upper bound: the BMC decides when its device is ready.
+    uint8_t status = 0;
+    uint8_t polls = 0;
+    do {
+      result = RequestUSBFwUpdateGetStatus(taskId, &status);
+      if (polls < 0xFF) ++polls;
+      DelayMS(1000);
+    } while (status != kStatusReadyToAcceptImage || polls < kMinimumReadyPolls);
+  }
+
+  bool interrupted = false;
+  result = update_steps::RunMountedWindow(
+      this, result, unmountOnFailure, update_steps::eDetectVirtualMedia,
+      image != nullptr ? image->achFileName : nullptr, nullptr, &interrupted);
+  if (interrupted) return result;
+
+  if (result == 0) {
+    DelayMS(2000);
+    result = RequestUSBFwUpdatePhaseTwo(taskId);
+  }
+  if (result == 0) result = DoUSBGetFwUpdateStatus(taskId);
+  result = update_steps::FinishAfterTask(this, bmc, &local, result);
+  return update_steps::ReportFinalResult(result,
+                                         update_steps::eFinalVirtualMedia);
+}
