@@ -2,8 +2,6 @@
 // real recorded listings and with hand-made bad input.
 #include <gtest/gtest.h>
 
-#include <map>
-
 #include "usb/write_firmware.h"
 #include "usb_fixture.h"
 
@@ -11,34 +9,13 @@ namespace {
 
 using testing_support::CommandResult;
 using usb_testing::Lines;
+using usb_testing::ListingLog;
+using usb_testing::Read;
 using usb_testing::Recording;
+using usb_testing::SaveDisk;
+using usb_testing::SavePartition;
 using usb_testing::UsbTest;
 using Names = std::vector<std::string>;
-
-std::string Read(const std::string& line) {
-  return "\n         Read \"" + line + "\"";
-}
-
-// The log of a listing: every line shown as read, followed by the save
-// message given for it, if any.
-std::string Expected(const std::string& listing,
-                     const std::map<std::string, std::string>& saves) {
-  std::string log = "\n       Get Device List";
-  for (const std::string& line : Lines(listing)) {
-    log += Read(line);
-    auto it = saves.find(line);
-    if (it != saves.end()) log += it->second;
-  }
-  return log;
-}
-
-std::string SaveDisk(const std::string& name) {
-  return "\n         Save disk name \"" + name + "\"";
-}
-
-std::string SavePartition(const std::string& name) {
-  return "\n         Save partition name \"" + name + "\"";
-}
 
 using GetBlockDeviceList = UsbTest;
 
@@ -74,19 +51,19 @@ TEST_F(GetBlockDeviceList, RecordedListingOfThreeDisksInPrintedOrder) {
   EXPECT_EQ((Names{"/dev/loop0p1", "/dev/loop1p1", "/dev/loop2p1"}),
             G_astrPartitionList);
   EXPECT_EQ(
-      Expected(listing,
-               {{"Disk /dev/loop0: 64 MiB, 67108864 bytes, 131072 sectors\n",
-                 SaveDisk("/dev/loop0")},
-                {"/dev/loop0p1       2048 131071  129024  63M  6 FAT16\n",
-                 SavePartition("/dev/loop0p1")},
-                {"Disk /dev/loop1: 64 MiB, 67108864 bytes, 131072 sectors\n",
-                 SaveDisk("/dev/loop1")},
-                {"/dev/loop1p1       2048 131071  129024  63M  6 FAT16\n",
-                 SavePartition("/dev/loop1p1")},
-                {"Disk /dev/loop2: 64 MiB, 67108864 bytes, 131072 sectors\n",
-                 SaveDisk("/dev/loop2")},
-                {"/dev/loop2p1       2048 131071  129024  63M  6 FAT16\n",
-                 SavePartition("/dev/loop2p1")}}),
+      ListingLog(listing,
+                 {{"Disk /dev/loop0: 64 MiB, 67108864 bytes, 131072 sectors\n",
+                   SaveDisk("/dev/loop0")},
+                  {"/dev/loop0p1       2048 131071  129024  63M  6 FAT16\n",
+                   SavePartition("/dev/loop0p1")},
+                  {"Disk /dev/loop1: 64 MiB, 67108864 bytes, 131072 sectors\n",
+                   SaveDisk("/dev/loop1")},
+                  {"/dev/loop1p1       2048 131071  129024  63M  6 FAT16\n",
+                   SavePartition("/dev/loop1p1")},
+                  {"Disk /dev/loop2: 64 MiB, 67108864 bytes, 131072 sectors\n",
+                   SaveDisk("/dev/loop2")},
+                  {"/dev/loop2p1       2048 131071  129024  63M  6 FAT16\n",
+                   SavePartition("/dev/loop2p1")}}),
       Log());
 }
 
@@ -97,17 +74,17 @@ TEST_F(GetBlockDeviceList, RecordedDiskWithNewTableBesideAnotherDisk) {
   EXPECT_EQ((Names{"/dev/loop0", "/dev/loop1", "/dev/loop2"}), G_astrDiskList);
   EXPECT_EQ((Names{"/dev/loop0p1", "/dev/loop1p1"}), G_astrPartitionList);
   EXPECT_EQ(
-      Expected(listing,
-               {{"Disk /dev/loop0: 64 MiB, 67108864 bytes, 131072 sectors\n",
-                 SaveDisk("/dev/loop0")},
-                {"/dev/loop0p1       2048 131071  129024  63M  6 FAT16\n",
-                 SavePartition("/dev/loop0p1")},
-                {"Disk /dev/loop1: 32 MiB, 33554432 bytes, 65536 sectors\n",
-                 SaveDisk("/dev/loop1")},
-                {"/dev/loop1p1       2048 65535   63488  31M  6 FAT16\n",
-                 SavePartition("/dev/loop1p1")},
-                {"Disk /dev/loop2: 64 MiB, 67108864 bytes, 131072 sectors\n",
-                 SaveDisk("/dev/loop2")}}),
+      ListingLog(listing,
+                 {{"Disk /dev/loop0: 64 MiB, 67108864 bytes, 131072 sectors\n",
+                   SaveDisk("/dev/loop0")},
+                  {"/dev/loop0p1       2048 131071  129024  63M  6 FAT16\n",
+                   SavePartition("/dev/loop0p1")},
+                  {"Disk /dev/loop1: 32 MiB, 33554432 bytes, 65536 sectors\n",
+                   SaveDisk("/dev/loop1")},
+                  {"/dev/loop1p1       2048 65535   63488  31M  6 FAT16\n",
+                   SavePartition("/dev/loop1p1")},
+                  {"Disk /dev/loop2: 64 MiB, 67108864 bytes, 131072 sectors\n",
+                   SaveDisk("/dev/loop2")}}),
       Log());
 }
 

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,31 @@ inline std::vector<std::string> Lines(const std::string& text) {
     start = end;
   }
   return lines;
+}
+
+inline std::string Read(const std::string& line) {
+  return "\n         Read \"" + line + "\"";
+}
+
+inline std::string SaveDisk(const std::string& name) {
+  return "\n         Save disk name \"" + name + "\"";
+}
+
+inline std::string SavePartition(const std::string& name) {
+  return "\n         Save partition name \"" + name + "\"";
+}
+
+// The debug text of one fdisk listing: every line shown as read, followed
+// by the save message given for it, if any.
+inline std::string ListingLog(const std::string& listing,
+                            const std::map<std::string, std::string>& saves) {
+  std::string log = "\n       Get Device List";
+  for (const std::string& line : Lines(listing)) {
+    log += Read(line);
+    auto it = saves.find(line);
+    if (it != saves.end()) log += it->second;
+  }
+  return log;
 }
 
 // The debug text of a report line whose type is neither msdos nor vfat.
