@@ -116,6 +116,55 @@ const char* ScratchPart(const std::string& mountedOn) {
   return slash != nullptr ? slash + 1 : text + 1;
 }
 
+// Assembles the report's lines from reads of at most 255 characters: the
+// pieces of a longer line are joined before parsing, and a line with fewer
+// than seven fields (a long device name alone, wrapped) is joined with the
+// next one.
+class DfReader {
+ public:
+  explicit DfReader(platform::Pipe* pipe) : pipe_(pipe) {}
+
+  // The next text of at least seven fields, and its fields; false at the end.
+  bool Next(std::string* text, std::vector<std::string>* fields) {
+    text->clear();
+    std::string line;
+    while (ReadLine(&line)) {
+      if (!text->empty() && text->back() == '\n') text->back() = ' ';
+      *text += line;
+      *fields = SplitFields(*text);
+      if (fields->size() >= 7) return true;
+      if (text->size() > kDfMaxAccumulated) text->clear();
+    }
+    return false;
+  }
+
+ private:
+  // One whole line with its line feed (the last may lack it); a line
+  // longer than any report line is dropped. False at the end.
+  bool ReadLine(std::string* line) {
+    line->clear();
+    bool dropping = false;
+    char piece[kDfLineLength + 1];
+    while (pipe_->ReadLine(piece, sizeof(piece))) {
+      size_t length = strlen(piece);
+      bool ends = length > 0 && piece[length - 1] == '\n';
+      if (!dropping) *line += piece;
+      if (ends && !dropping) return true;
+      if (ends) {
+        dropping = false;
+        continue;
+      }
+      if (line->size() > kDfMaxAccumulated) {
+        line->clear();
+        dropping = true;
+      }
+    }
+    return !line->empty();
+  }
+
+  platform::Pipe* pipe_;
+};
+
 struct DfLine {
   std::string fileSystem, type, size, used, available, usePercent, mountedOn;
 };
@@ -333,46 +382,17 @@ int TWriteFirmware::IsMountedOnDirectoryFound() {
     return 1;
   }
 
+  DfReader reader(pipe.get());
+  std::string text;
+  std::vector<std::string> fields;
   DfLine found;
   int sizeMB = 0;
   bool passed = false;
-  bool skipping = false;  // dropping the rest of an overlong line
-  bool more = true;
-  std::string text;  // the report line being assembled
-  char piece[kDfLineLength + 1];
-  while (!passed && more) {
-    more = pipe->ReadLine(piece, sizeof(piece));
-    if (more) {
-      bool lineEnds = piece[0] != '\0' && piece[strlen(piece) - 1] == '\n';
-      if (skipping) {
-        skipping = !lineEnds;
-        continue;
-      }
-      text += piece;
-      // A piece without its line feed is only the start of a longer line.
-      if (!lineEnds) {
-        if (text.size() > kDfMaxAccumulated) {
-          text.clear();
-          skipping = true;
-        }
-        continue;
-      }
-    } else if (text.empty()) {
-      break;
-    }
-    std::vector<std::string> fields = SplitFields(text);
-    if (fields.size() < 7) {
-      // Wrapped: the long device name stands alone, the figures follow.
-      if (!more) break;
-      text.back() = ' ';
-      if (text.size() > kDfMaxAccumulated) text.clear();
-      continue;
-    }
+  while (!passed && reader.Next(&text, &fields)) {
     DfLine line{fields[0], fields[1], fields[2], fields[3],
                 fields[4], fields[5], fields[6]};
     Out().RedirectMessage(eRedirectDebug, "\n       Check \"%s\"",
                           text.c_str());
-    text.clear();
     if (!IsStickLine(line, minSizeMB, &sizeMB, sizeof(achDeviceName),
                      sizeof(achMountedOn)))
       continue;
