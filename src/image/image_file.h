@@ -42,6 +42,7 @@ class TImageFileHandle {
   void ClearImageHeaderList();
   void ClearCurrImageHeader();
   int DeleteImageHeaderList();
+  // An index outside the list selects no record (nullptr).
   void SetCurrImageHeader(int index);
   sImageHeaderTag* GetCurrImageHeader() { return psCurrImageHeader; }
   sImageHeaderTag* GetImageHeaderList() { return psImageHeaderList; }
@@ -53,6 +54,7 @@ class TImageFileHandle {
   int i32ImageFileCount = 0;
   sImageHeaderTag* psImageHeaderList = nullptr;
   sImageHeaderTag* psCurrImageHeader = nullptr;
+  int i32ImageListCapacity = 0;  // records allocated in the list
 };
 
 extern TImageFileHandle* G_pImageFileHandle;

@@ -31,13 +31,17 @@ int TImageFileHandle::CreateImageHeaderList(int count) {
   DeleteImageHeaderList();
   psImageHeaderList = new (std::nothrow) sImageHeaderTag[count]();
   if (psImageHeaderList == nullptr) return RC_OUT_OF_MEMORY;
+  i32ImageListCapacity = count;
   ClearImageHeaderList();
   return RC_SUCCESS;
 }
 
 void TImageFileHandle::ClearImageHeaderList() {
   if (psImageHeaderList == nullptr) return;
-  for (int i = 0; i < i32ImageFileCount; ++i) {
+  // The count may still be that of an earlier, longer list.
+  int records = i32ImageFileCount < i32ImageListCapacity ? i32ImageFileCount
+                                                         : i32ImageListCapacity;
+  for (int i = 0; i < records; ++i) {
     SetCurrImageHeader(i);
     ClearCurrImageHeader();
   }
@@ -53,12 +57,15 @@ int TImageFileHandle::DeleteImageHeaderList() {
   delete[] psImageHeaderList;
   psImageHeaderList = nullptr;
   psCurrImageHeader = nullptr;
+  i32ImageListCapacity = 0;
   return 0;
 }
 
 void TImageFileHandle::SetCurrImageHeader(int index) {
   if (psImageHeaderList == nullptr) return;
-  psCurrImageHeader = &psImageHeaderList[index];
+  psCurrImageHeader = index >= 0 && index < i32ImageListCapacity
+                          ? &psImageHeaderList[index]
+                          : nullptr;
 }
 
 namespace {

@@ -189,6 +189,27 @@ TEST(ImageList, ClearAndDelete) {
   EXPECT_EQ(0, handle.DeleteImageHeaderList());
 }
 
+TEST(ImageList, SelectingOutsideTheListSelectsNothing) {
+  TImageFileHandle handle;
+  ASSERT_EQ(0, handle.CreateImageHeaderList(2));
+  handle.SetCurrImageHeader(1);
+  EXPECT_EQ(&handle.GetImageHeaderList()[1], handle.GetCurrImageHeader());
+  handle.SetCurrImageHeader(2);
+  EXPECT_EQ(nullptr, handle.GetCurrImageHeader());
+  handle.SetCurrImageHeader(-1);
+  EXPECT_EQ(nullptr, handle.GetCurrImageHeader());
+  handle.ClearCurrImageHeader();  // nothing selected: nothing to clear
+}
+
+TEST(ImageList, ClearingIsBoundedByTheList) {
+  TImageFileHandle handle;
+  handle.SetFwImageFileCount(5);  // left from an earlier, longer list
+  ASSERT_EQ(0, handle.CreateImageHeaderList(1));
+  handle.ClearImageHeaderList();
+  EXPECT_EQ(&handle.GetImageHeaderList()[0], handle.GetCurrImageHeader());
+  EXPECT_EQ(5, handle.GetFwImageFileCount());
+}
+
 TEST(ImageList, ConstructorAndDestructor) {
   EXPECT_EQ(0, ImageHandlerConstructor());
   ASSERT_NE(nullptr, G_pImageFileHandle);
