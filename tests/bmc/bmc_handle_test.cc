@@ -3,6 +3,7 @@
 
 #include "bmc/bmc_handle.h"
 #include "output/output.h"
+#include "support/capture.h"
 
 namespace {
 
@@ -90,6 +91,13 @@ TEST_F(BMCHandleTest, UinitForgetsTheList) {
   EXPECT_EQ(nullptr, Bmc());
   EXPECT_EQ(0, G_pBMCHandle->IsFwUpdate());
   G_pBMCHandle->UinitBMCInfoList();  // twice is harmless
+}
+
+TEST_F(BMCHandleTest, TableShowsTheFamilyNameBeforeAnySearch) {
+  testing_support::CapturedOutput cap;
+  G_pOutputMessageHandle->OutputFirmwareRevisions(Bmc(), nullptr);
+  std::string name = "    Stratovex " + std::string(22, '.') + " Firmware Version";
+  EXPECT_NE(std::string::npos, cap.Out().find(name)) << cap.Out();
 }
 
 TEST(BMCHandler, DestructorClearsThePointer) {
