@@ -9,25 +9,31 @@
 
 namespace {
 
-testing_support::ScriptedBmc* g_bmc = nullptr;
-
-// Loads the script once per process; a script that cannot be read leaves
-// the library unable to open, which the utility reports as a load failure.
-testing_support::ScriptedBmc* Bmc() {
-  if (g_bmc != nullptr) return g_bmc;
-  g_bmc = new testing_support::ScriptedBmc();
+void Configure(testing_support::ScriptedBmc* bmc) {
   const char* script = getenv("VRX_SCRIPTED_BMC");
   if (script != nullptr && *script != '\0') {
     std::string error;
-    if (!g_bmc->LoadFile(script, &error)) {
+    if (!bmc->LoadFile(script, &error)) {
       fprintf(stderr, "scripted BMC: %s\n", error.c_str());
-      g_bmc->open_fails = true;
+      bmc->open_fails = true;
     }
   }
   const char* log = getenv("VRX_SCRIPTED_BMC_LOG");
-  if (log != nullptr) g_bmc->log_path = log;
-  testing_support::ScriptedBmc::SetCurrent(g_bmc);
-  return g_bmc;
+  if (log != nullptr) bmc->log_path = log;
+  testing_support::ScriptedBmc::SetCurrent(bmc);
+}
+
+// Loads the script once per load of the library; a script that cannot be
+// read leaves the library unable to open, which the utility reports as a
+// load failure. The object goes away when the library is unloaded.
+testing_support::ScriptedBmc* Bmc() {
+  static testing_support::ScriptedBmc bmc;
+  static bool configured = false;
+  if (!configured) {
+    Configure(&bmc);
+    configured = true;
+  }
+  return &bmc;
 }
 
 }  // namespace

@@ -497,6 +497,7 @@ bool ScriptedBmc::Load(const std::string& text, std::string* error) {
   int number = 0;
   std::string ignored;
   if (error == nullptr) error = &ignored;
+  fru_from_script_ = false;  // "fru" lines of this script start a new image
   while (std::getline(in, line)) {
     ++number;
     error->clear();
