@@ -1,0 +1,154 @@
+// The whole program in-process: RunMain with the scripted OS and the
+// scripted BMC behind the KCS transport, updating from an image file over
+// the virtual USB device.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "driver/driver.h"
+#include "output/output.h"
+#include "output/update_package.h"
+#include "usb/write_firmware.h"
+#include "fake_host.h"
+#include "update_fixture.h"
+
+namespace update_testing {
+namespace {
+
+// Points standard output and error at temporary files while it lives.
+class StdCapture {
+ public:
+  StdCapture() {
+    fflush(stdout);
+    fflush(stderr);
+    out_ = tmpfile();
+    err_ = tmpfile();
+    savedOut_ = dup(1);
+    savedErr_ = dup(2);
+    dup2(fileno(out_), 1);
+    dup2(fileno(err_), 2);
+  }
+  void Stop(std::string* out, std::string* err) {
+    fflush(stdout);
+    fflush(stderr);
+    dup2(savedOut_, 1);
+    dup2(savedErr_, 2);
+    close(savedOut_);
+    close(savedErr_);
+    *out = ReadBack(out_);
+    *err = ReadBack(err_);
+  }
+
+ private:
+  static std::string ReadBack(FILE* f) {
+    std::string text;
+    rewind(f);
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) text.append(buf, n);
+    fclose(f);
+    return text;
+  }
+  FILE* out_ = nullptr;
+  FILE* err_ = nullptr;
+  int savedOut_ = -1, savedErr_ = -1;
+};
+
+class RunMainUpdateTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!scratch.usable()) GTEST_SKIP() << "/tmp/scrtch is in use on this machine";
+    COrvoUpdatePackage::ResetForTest();
+    ResetMountFlagsForTest();
+    G_astrDiskList.clear();
+    G_astrPartitionList.clear();
+    char name[] = "/tmp/vrx-update-main-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(name));
+    dir_ = name;
+    image_ = dir_ + "/firmimg.vrx";
+    std::ofstream(image_, std::ios::binary) << std::string(3000, 'i');
+  }
+  void TearDown() override {
+    COrvoUpdatePackage::ResetForTest();
+    ResetMountFlagsForTest();
+    if (!image_.empty()) unlink(image_.c_str());
+    if (!dir_.empty()) rmdir(dir_.c_str());
+  }
+  int Run(std::vector<std::string> args) {
+    std::vector<std::string> all = {"vrxfwul"};
+    all.insert(all.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (std::string& s : all) argv.push_back(&s[0]);
+    argv.push_back(nullptr);
+    StdCapture capture;
+    const int rc = RunMain(static_cast<int>(all.size()), argv.data());
+    capture.Stop(&out_, &err_);
+    return rc;
+  }
+
+  testing_support::FakeEnv env;
+  RealScratch scratch;
+  FakeHost host{&env};
+  testing_support::ScriptedBmc bmc;
+  TaskBmc task{&bmc, &host};
+  testing_support::InstalledBmc installed{&bmc};
+  std::string dir_, image_, out_, err_;
+};
+
+std::string Detect16() {
+  std::string s;
+  for (int i = 0; i < 16; ++i) s += Spin(32767 - i, "  Detecting USB Device ...");
+  return s;
+}
+
+TEST_F(RunMainUpdateTest, ForcedBmcFirmwareUpdateFromAnImageFile) {
+  EXPECT_EQ(0, Run({"-f", "-e=0", "-i=" + image_}));
+  std::string checking;
+  for (int i = 0; i < 11; ++i) checking += Spin(32767 - i, "  Checking new firmware version ...  ");
+  EXPECT_EQ(std::string("\n   Stratovex Firmware Update Utility \n") + kMakerNotice +
+                "\n   Searching For Devices " + kClearLine +
+                "\n   Initiate Update Firmware Command :  OK\n"
+                "\r   Issue USB Firmware Update Command Phase 1 :  OK\n" +
+                Detect16() + "\r   Detecting USB Device :  OK" +
+                "\n   Uploading Firmware Image ... " + kClearLine +
+                "\r   Copy file status: 0 percent\r   Copy file status: 34 percent"
+                "\r   Copy file status: 68 percent\r   Copy file status: 100 percent" +
+                "\n   Uploading Firmware Image OK!\n" +
+                "\r   Issue USB Firmware Update Command Phase 2 :  OK\n" +
+                "\n   Get Firmware Update Status" + kClearLine +
+                "\r   Firmware Update Status: Completed\n" + Spin(32767, "  Reset BMC ...") +
+                checking + "\r" + std::string(40, ' ') + "\r" +
+                "   BMC Firmware Version: 2.10.3 \n" + "   Firmware Update Successfully\n",
+            out_);
+  EXPECT_EQ("", err_);
+  EXPECT_EQ(std::string(3000, 'i'), scratch.Copied());
+  EXPECT_FALSE(host.mounted);
+  const std::vector<std::string> requests = bmc.RequestLines();
+  const std::vector<std::string> update(requests.end() - 23, requests.end());
+  EXPECT_EQ(Join({{"08 01 03 80", "08 04 07 00"}, Times(16, "08 02 07"),
+                  {"08 04 07 01", "08 02 07", "06 02", "06 01", "08 01 aa 02"}}),
+            update);
+}
+
+TEST_F(RunMainUpdateTest, InterruptedUpdateExitsWith130AndLeavesNothingMounted) {
+  host.on_command = [](const std::string& command) {
+    if (command == "mount /dev/loop1p1 /tmp/scrtch") raise(SIGINT);
+  };
+  EXPECT_EQ(130, Run({"-f", "-e=0", "-i=" + image_}));
+  EXPECT_FALSE(host.mounted);
+  EXPECT_EQ("rm -rf /tmp/scrtch", env.commands[env.commands.size() - 2]);
+  EXPECT_EQ(
+      "\n   Interrupted by SIGINT: releasing the virtual USB device\n"
+      "   Update stopped, the virtual USB device was released\n"
+      "   \n",
+      err_);
+  EXPECT_FALSE(task.phase2_sent);
+}
+
+}  // namespace
+}  // namespace update_testing
