@@ -200,7 +200,7 @@ int RunMain(int argc, char** argv) {
   sImageHeaderTag emptyHeader;
   memset(&emptyHeader, 0, sizeof(emptyHeader));
   MainConstructor();
-  G_pConfigHandle->ReadConfigFile();
+  if (G_pConfigHandle != nullptr) G_pConfigHandle->ReadConfigFile();
 
   // 2.
   COrvoUpdatePackage::IsBMC(true);

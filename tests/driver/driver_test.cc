@@ -229,6 +229,8 @@ TEST_F(RunMainTest, BmcEntityAnsweredYesSetsBmcReboot) {
   EXPECT_EQ(1, G_u8BMCNeedReboot);
   EXPECT_EQ(0, G_u8HostNeedRebootFlag);
   EXPECT_GT(env_.commands.size(), 1u);
+  // A remote update never opens the (absent) default image file.
+  EXPECT_EQ(std::string::npos, err_.find("Failed to open input file"));
 }
 
 TEST_F(RunMainTest, DecliningTheResetStillUpdates) {
