@@ -1,9 +1,12 @@
 // The test build of libopenraw.so: the library's four entry points served
 // by the scripted BMC, configured through the environment (see
-// scripted_bmc.h). Built under the build tree only, never installed.
+// scripted_bmc.h) and read again at every RawOpen. Built under the build
+// tree only, never installed.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
+
+#include <memory>
 
 #include "support/scripted_bmc.h"
 
@@ -23,25 +26,28 @@ void Configure(testing_support::ScriptedBmc* bmc) {
   testing_support::ScriptedBmc::SetCurrent(bmc);
 }
 
-// Loads the script once per load of the library; a script that cannot be
-// read leaves the library unable to open, which the utility reports as a
-// load failure. The object goes away when the library is unloaded.
+std::unique_ptr<testing_support::ScriptedBmc> g_bmc;
+
+// A fresh BMC from the script; a script that cannot be read leaves the
+// library unable to open, which the utility reports as a load failure.
+void Restart() {
+  g_bmc.reset(new testing_support::ScriptedBmc());
+  Configure(g_bmc.get());
+}
+
 testing_support::ScriptedBmc* Bmc() {
-  static testing_support::ScriptedBmc bmc;
-  static bool configured = false;
-  if (!configured) {
-    Configure(&bmc);
-    configured = true;
-  }
-  return &bmc;
+  if (!g_bmc) Restart();
+  return g_bmc.get();
 }
 
 }  // namespace
 
 #define VRX_EXPORT extern "C" __attribute__((visibility("default")))
 
+// Every open starts from the script again (the library may stay loaded
+// after it is closed, so its state must not leak into the next open).
 VRX_EXPORT uint32_t RawOpen(void) {
-  Bmc();
+  Restart();
   return testing_support::ScriptedBmc::EntryPoints().pfnRawOpen();
 }
 

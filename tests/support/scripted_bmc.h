@@ -47,7 +47,8 @@
 //                         "ipmb <address> " in front of IPMB requests
 // The fake ipmitool runs once per request, so it keeps the queue positions,
 // the down counter and the configuration store in "<script>.state" (delete
-// it to start over). The library keeps its state in memory.
+// it to start over). The library keeps its state in memory and starts
+// again from the script at every RawOpen.
 #ifndef VRX_TESTS_SUPPORT_SCRIPTED_BMC_H_
 #define VRX_TESTS_SUPPORT_SCRIPTED_BMC_H_
 
