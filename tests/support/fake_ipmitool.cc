@@ -1,6 +1,8 @@
 // A stand-in for the `ipmitool` command: runs "raw" requests against the
 // scripted BMC named by VRX_SCRIPTED_BMC and prints like the real tool.
 // Each run is a new process, so the BMC's state lives in "<script>.state".
+// VRX_FAKE_IPMITOOL_ARGV names a file that gets every run's arguments, one
+// per line, each run ended by "--".
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -37,6 +39,13 @@ int main(int argc, char** argv) {
   }
   const char* log = getenv("VRX_SCRIPTED_BMC_LOG");
   if (log != nullptr) bmc.log_path = log;
+  // Tests of quoting see each argument exactly as the shell passed it.
+  const char* argvLog = getenv("VRX_FAKE_IPMITOOL_ARGV");
+  if (argvLog != nullptr && *argvLog != '\0') {
+    std::ofstream args(argvLog, std::ios::app);
+    for (int i = 1; i < argc; ++i) args << argv[i] << "\n";
+    args << "--\n";
+  }
 
   std::string out, err;
   int code = bmc.RunIpmitool(std::vector<std::string>(argv + 1, argv + argc),
