@@ -134,3 +134,54 @@ TEST(InterruptGuard, ExitCodesAndNames) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(UpdateSettings, HostIPOfSixteenCharactersIsRefusedAndLeavesTheFieldEmpty) {
+  TFirmwareUpdate update;
+  EXPECT_EQ(0, update.SetHostIP("192.168.100.200"));
+  EXPECT_STREQ("192.168.100.200", update.GetHostIP());
+  EXPECT_EQ(-1, update.SetHostIP("192.168.100.2000"));
+  EXPECT_STREQ("", update.GetHostIP());
+}
+
+TEST(UpdateSettings, MinimumDeviceSizeRoundsUpToWholeMiB) {
+  TFirmwareUpdate update;
+  sImageHeaderTag image{};
+  image.u32ImageSize = 3u << 20;
+  update.SetUSBDeviceMinSize(&image);
+  EXPECT_EQ(3, update.GetUSBDeviceMinSize());
+  image.u32ImageSize = (3u << 20) + 1;
+  update.SetUSBDeviceMinSize(&image);
+  EXPECT_EQ(4, update.GetUSBDeviceMinSize());
+}
+
+TEST(UpdateSettings, RetriesAreCopiedEachFromItsOwnField) {
+  TFirmwareUpdate update;
+  sProgramSettingsTag s{};
+  s.u16PhaseOneWaitingTime = 31;
+  s.u16PhaseTwoWaitingTime = 181;
+  s.u16FwUpdateWaitingTime = 1201;
+  s.u16FwRebootWaitingTime = 91;
+  s.u8USBDeviceSearchingRetry = 16;
+  s.u8ConnectionRetryInterval = 2;
+  s.u8DelayTime = 30;
+  s.u8ConfigurationRetry = 5;
+  s.u8ConnectionRetry = 12;
+  s.u8ResetBMCRetry = 3;
+  s.u8EntityID = 4;
+  update.SetFwUpdateSettings(&s);
+  EXPECT_EQ(31, update.PhaseOneWaitingTime());
+  EXPECT_EQ(181, update.PhaseTwoWaitingTime());
+  EXPECT_EQ(1201, update.FwUpdateWaitingTime());
+  EXPECT_EQ(91, update.FwRebootWaitingTime());
+  EXPECT_EQ(16, update.USBSearchingRetry());
+  EXPECT_EQ(2, update.RetryInterval());
+  EXPECT_EQ(30, update.DelayTime());
+  EXPECT_EQ(5, update.ConfigurationRetry());
+  EXPECT_EQ(12, update.ConnectionRetry());
+  EXPECT_EQ(3, update.ResetRetry());
+  EXPECT_EQ(4, update.UpdateTarget());
+}
+
+}  // namespace
