@@ -9,6 +9,7 @@
 #include "driver/driver.h"
 #include "driver/return_code.h"
 #include "ipmi/ipmi_exec.h"
+#include "ipmi/lan_transport.h"
 #include "output/output.h"
 #include "output/update_package.h"
 #include "update/firmware_update.h"
@@ -223,8 +224,14 @@ int ApplyOption(eOptionIdentificationTag id, const char* value,
     case eOptPassword:
       G_PassWordFlag = 1;
       return SaveCredential(&TFirmwareUpdate::SetPassWord, value);
-    case eOptCipher:
-      return SaveSetting(&TConfigurationHandle::SaveCipherValue, value);
+    case eOptCipher: {
+      // The LAN transport reads the cipher from the first request on (the
+      // BMC search included), not only once the questions have been asked.
+      int rc = SaveSetting(&TConfigurationHandle::SaveCipherValue, value);
+      if (rc == OPTION_VALID && G_pConfigHandle != nullptr)
+        G_u8CipherValue = G_pConfigHandle->GetSettings()->u8CipherValue;
+      return rc;
+    }
     case eOptLan:
       G_LanFlag = 1;
       if (G_pFirmwareUpdate == nullptr) return OPTION_VALID;
