@@ -1,0 +1,230 @@
+#!/usr/bin/env bash
+# Runs one command next to a simulated BMC: ipmi_sim with the vrx module in a
+# private network namespace (its own 127.0.0.1:623), optional HTTP, TFTP and
+# FTP servers on loopback, and cleans everything up afterwards, also on
+# failure or Ctrl-C. Needs root (unshare --net); exits 77 (skip) otherwise.
+#
+#   sim/harness.sh [options] -- COMMAND [ARGS...]
+#
+# Options:
+#   --build DIR       build tree (holds sim/vrxsimbmc.so); default
+#                     $VRX_BUILD_DIR or <repo>/build
+#   --servers LIST    file servers to start, from "http tftp ftp"
+#                     (default "http"; "none" for none)
+#   --serve FILE      copy FILE into the served directory (repeatable)
+#   --bmc "CMD"       a console command for the BMC at start, e.g.
+#                     --bmc "set product_name Stratovex Z3100" (repeatable;
+#                     "vrx " is prepended)
+#   --ipmitool-timeouts N R
+#                     put an ipmitool wrapper first on PATH that adds -N N -R R
+#   --timeout SEC     limit for COMMAND (default 600)
+#   --keep            keep the working directory for inspection
+#
+# COMMAND sees: VRX_SIM_HOST, VRX_SIM_USER, VRX_SIM_PASSWORD, VRX_SIM_DIR,
+# VRX_SIM_LOG (request log), VRX_SIM_FILES (served directory),
+# VRX_SIM_CONSOLE (console port), VRX_KCS_SIM_PORT (system interface port),
+# VRX_SIM_HTTP/TFTP/FTP (base URIs), VRX_SIM_LIBDIR (test libopenraw.so) and
+# the simulator tools (vrx-simctl, vrx-mkimage) on PATH.
+set -euo pipefail
+
+readonly SIM_SRC=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+readonly REPO=$(cd "$SIM_SRC/.." && pwd)
+readonly CONSOLE_PORT=9000
+readonly KCS_PORT=9015
+readonly SIM_USER=admin
+readonly SIM_PASSWORD=secret
+
+orig_args=("$@")
+build=${VRX_BUILD_DIR:-$REPO/build}
+servers="http"
+serve=()
+bmc_cmds=()
+ipmitool_n=""
+ipmitool_r=""
+timeout_s=600
+keep=0
+
+die() { echo "harness: $*" >&2; exit 2; }
+
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --build) build=$2; shift 2 ;;
+    --servers) servers=$2; shift 2 ;;
+    --serve) serve+=("$2"); shift 2 ;;
+    --bmc) bmc_cmds+=("$2"); shift 2 ;;
+    --ipmitool-timeouts) ipmitool_n=$2; ipmitool_r=$3; shift 3 ;;
+    --timeout) timeout_s=$2; shift 2 ;;
+    --keep) keep=1; shift ;;
+    --) shift; break ;;
+    *) die "unknown option $1 (see the header of $0)" ;;
+  esac
+done
+[ $# -gt 0 ] || die "no command given"
+[ "$servers" = none ] && servers=""
+
+if [ "${VRX_SIM_IN_NAMESPACE:-}" != 1 ]; then
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "harness: SKIP: needs root for a private network namespace (unshare --net)" >&2
+    exit 77
+  fi
+  command -v unshare >/dev/null || die "unshare not found (package util-linux)"
+  export VRX_SIM_IN_NAMESPACE=1
+  exec unshare --net -- "$BASH" "$0" "${orig_args[@]}"
+fi
+
+# ---- inside the private network namespace ------------------------------------
+
+module=$build/sim/vrxsimbmc.so
+[ -f "$module" ] || die "$module not built (cmake --build $build --target vrxsim)"
+command -v ipmi_sim >/dev/null || die "ipmi_sim not found (package openipmi)"
+command -v ipmitool >/dev/null || die "ipmitool not found (package ipmitool)"
+ip link set lo up
+
+work=$(mktemp -d /tmp/vrxsim.XXXXXX)
+chmod 755 "$work"
+pids=()
+names=()
+
+stop_all() {
+  local i pid n
+  for ((i = ${#pids[@]} - 1; i >= 0; i--)); do
+    pid=${pids[$i]}
+    kill -TERM "$pid" 2>/dev/null || continue
+    for ((n = 0; n < 20; n++)); do
+      kill -0 "$pid" 2>/dev/null || break
+      sleep 0.1
+    done
+    kill -KILL "$pid" 2>/dev/null || true
+    wait "$pid" 2>/dev/null || true
+  done
+  pids=()
+}
+
+cleanup() {
+  local rc=$?
+  trap - EXIT INT TERM
+  stop_all
+  if [ "$keep" = 1 ]; then
+    echo "harness: kept $work" >&2
+  else
+    rm -rf "$work"
+  fi
+  exit "$rc"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+# start NAME COMMAND...: runs a server in the background and remembers it.
+start() {
+  local name=$1
+  shift
+  "$@" >"$work/$name.out" 2>&1 </dev/null &
+  pids+=($!)
+  names+=("$name")
+}
+
+# wait_for WHAT COMMAND...: bounded retry of a readiness probe.
+wait_for() {
+  local what=$1 n
+  shift
+  for ((n = 0; n < 50; n++)); do
+    if "$@" >/dev/null 2>&1; then return 0; fi
+    sleep 0.1
+  done
+  echo "harness: $what did not come up; its output:" >&2
+  cat "$work/$what.out" >&2 2>/dev/null || true
+  exit 2
+}
+
+mkdir -p "$work/state" "$work/bmc" "$work/files"
+chmod 755 "$work/files"
+for f in ${serve[@]+"${serve[@]}"}; do
+  cp -- "$f" "$work/files/"
+done
+echo ready >"$work/files/.ready"
+chmod -R a+rX "$work/files"
+
+cat >"$work/lan.conf" <<CONF
+name "vrxsim"
+set_working_mc 0x20
+  startlan 1
+    addr 127.0.0.1 623
+    priv_limit admin
+    allowed_auths_callback none md2 md5 straight
+    allowed_auths_user none md2 md5 straight
+    allowed_auths_operator none md2 md5 straight
+    allowed_auths_admin none md2 md5 straight
+    guid a1b2c3d4e5f60718293a4b5c6d7e8f90
+  endlan
+  serial 15 127.0.0.1 $KCS_PORT codec VM
+user 2 true "$SIM_USER" "$SIM_PASSWORD" admin 10 none md2 md5 straight
+console 127.0.0.1 $CONSOLE_PORT
+loadlib "$module" ""
+CONF
+
+{
+  echo "mc_setbmc 0x20"
+  echo "mc_add 0x20 0x20 no-device-sdrs 0x01 0x01 0x02 0x9f 0x002B5E 0x0f02"
+  echo "mc_enable 0x20"
+  echo "vrx set log $work/requests.log"
+  echo "vrx set workdir $work/bmc"
+  for c in ${bmc_cmds[@]+"${bmc_cmds[@]}"}; do
+    echo "vrx $c"
+  done
+} >"$work/bmc.emu"
+
+start ipmi_sim ipmi_sim -c "$work/lan.conf" -f "$work/bmc.emu" -s "$work/state" -n
+bmc_answers() {
+  kill -0 "${pids[0]}" 2>/dev/null || return 0  # gone: stop waiting
+  ipmitool -N 1 -R 1 -I lan -H 127.0.0.1 -U "$SIM_USER" -P "$SIM_PASSWORD" raw 6 1
+}
+wait_for ipmi_sim bmc_answers
+kill -0 "${pids[0]}" 2>/dev/null || { cat "$work/ipmi_sim.out" >&2; die "ipmi_sim exited"; }
+
+for s in $servers; do
+  case "$s" in
+    http)
+      command -v busybox >/dev/null || die "busybox not found (package busybox)"
+      start http busybox httpd -f -p 127.0.0.1:80 -h "$work/files"
+      wait_for http curl -sf -m 2 -o /dev/null http://127.0.0.1/.ready
+      export VRX_SIM_HTTP=http://127.0.0.1 ;;
+    tftp)
+      [ -x /usr/bin/python3 ] || die "python3 not found (package python3)"
+      start tftp /usr/bin/python3 "$SIM_SRC/servers/tftpd.py" 127.0.0.1 69 "$work/files"
+      wait_for tftp curl -sf -m 2 -o /dev/null tftp://127.0.0.1/.ready
+      export VRX_SIM_TFTP=tftp://127.0.0.1 ;;
+    ftp)
+      /usr/bin/python3 -c 'import pyftpdlib' 2>/dev/null ||
+        die "pyftpdlib not found (package python3-pyftpdlib)"
+      start ftp /usr/bin/python3 -m pyftpdlib -i 127.0.0.1 -p 21 -d "$work/files"
+      wait_for ftp curl -sf -m 2 -o /dev/null ftp://127.0.0.1/.ready
+      export VRX_SIM_FTP=ftp://127.0.0.1 ;;
+    *) die "unknown server $s" ;;
+  esac
+done
+
+if [ -n "$ipmitool_n" ]; then
+  mkdir -p "$work/wrap"
+  real=$(command -v ipmitool)
+  printf '#!/bin/sh\nexec %q -N %q -R %q "$@"\n' "$real" "$ipmitool_n" "$ipmitool_r" \
+    >"$work/wrap/ipmitool"
+  chmod 755 "$work/wrap/ipmitool"
+  PATH="$work/wrap:$PATH"
+fi
+
+export VRX_SIM_HOST=127.0.0.1 VRX_SIM_USER=$SIM_USER VRX_SIM_PASSWORD=$SIM_PASSWORD
+export VRX_SIM_DIR=$work VRX_SIM_LOG=$work/requests.log VRX_SIM_FILES=$work/files
+export VRX_SIM_CONSOLE=$CONSOLE_PORT VRX_KCS_SIM_PORT=$KCS_PORT
+export VRX_SIM_LIBDIR=$build/sim/kcs
+export PATH="$build/sim:$PATH"
+
+set +e
+timeout --foreground --kill-after=5 "$timeout_s" "$@"
+rc=$?
+set -e
+if [ "$rc" -ne 0 ] && [ "$rc" -ne 77 ]; then
+  echo "harness: command exited with $rc; last lines of the BMC's request log:" >&2
+  tail -n 40 "$work/requests.log" >&2 2>/dev/null || true
+fi
+exit "$rc"
