@@ -55,19 +55,10 @@ int TFirmwareUpdate::DoFwUpdate(const char* deviceName,
     }
   }
   if (result == 0) {
-    Out().RedirectMessage(eRedirectDebug,
-                          "\n   Get Device Name List Before Doing Phase 1 : ");
-    result = G_pWriteFirmware->GetBlockDeviceList();
+    result = update_steps::TakeDiskListBeforePhaseOne();
     if (result != 0) {
-      Out().RedirectMessage(eRedirectNormal,
-                            "\n   Get Device Name List Before Doing Phase 1 "
-                            "Failed\n");
       resetOnFailure = false;
       unmountOnFailure = false;
-    } else {
-      Out().RedirectMessage(eRedirectDebug,
-                            "\n   Get Device Name List Before Doing Phase 1 "
-                            "OK\n");
     }
   }
   if (result == 0) {

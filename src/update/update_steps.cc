@@ -165,4 +165,20 @@ int ReportFinalResult(int result, eFinalStyleTag style) {
   return result;
 }
 
+int TakeDiskListBeforePhaseOne() {
+  Out().RedirectMessage(eRedirectDebug,
+                        "\n   Get Device Name List Before Doing Phase 1 : ");
+  int result = G_pWriteFirmware->GetBlockDeviceList();
+  if (result != 0) {
+    Out().RedirectMessage(eRedirectNormal,
+                          "\n   Get Device Name List Before Doing Phase 1 "
+                          "Failed\n");
+  } else {
+    Out().RedirectMessage(eRedirectDebug,
+                          "\n   Get Device Name List Before Doing Phase 1 "
+                          "OK\n");
+  }
+  return result;
+}
+
 }  // namespace update_steps

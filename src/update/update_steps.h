@@ -18,6 +18,10 @@ constexpr int kSpinnerStart = 32767;
 // Whole seconds between two clock readings.
 double Elapsed(time_t later, time_t earlier);
 
+// Takes the host's disk list before the BMC attaches its device, with the
+// progress lines; returns the listing's result.
+int TakeDiskListBeforePhaseOne();
+
 // Finds the virtual USB device (by its mount, else by mounting it once).
 // The three-phase update and the virtual-media update differ only in the
 // success line.

@@ -87,18 +87,9 @@ int TFirmwareUpdate::DoUSBFwUpdate(const sBMCInformationTag* bmc,
     DelayMS(1000);
   }
   if (result == 0) {
-    Out().RedirectMessage(eRedirectDebug,
-                          "\n   Get Device Name List Before Doing Phase 1 : ");
-    result = G_pWriteFirmware->GetBlockDeviceList();
+    result = update_steps::TakeDiskListBeforePhaseOne();
     if (result != 0) {
-      Out().RedirectMessage(eRedirectNormal,
-                            "\n   Get Device Name List Before Doing Phase 1 "
-                            "Failed\n");
       unmountOnFailure = false;
-    } else {
-      Out().RedirectMessage(eRedirectDebug,
-                            "\n   Get Device Name List Before Doing Phase 1 "
-                            "OK\n");
     }
   }
   if (result == 0) {
