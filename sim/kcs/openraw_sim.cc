@@ -15,7 +15,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 #include <vector>
+
+#include "ipmi/kcs_transport.h"
 
 namespace {
 
@@ -224,3 +227,11 @@ __attribute__((visibility("default"))) void RawClose(uint32_t handle) {
 }
 
 }  // extern "C"
+
+// The program loads these by name; keep them exactly its function types.
+static_assert(std::is_same<decltype(&RawOpen), RawOpenFn>::value, "RawOpen");
+static_assert(std::is_same<decltype(&RawRequest), RawRequestFn>::value,
+              "RawRequest");
+static_assert(std::is_same<decltype(&RawIPMBRequest), RawIPMBRequestFn>::value,
+              "RawIPMBRequest");
+static_assert(std::is_same<decltype(&RawClose), RawCloseFn>::value, "RawClose");
