@@ -74,6 +74,7 @@ fi
 
 # ---- inside the private network namespace ------------------------------------
 
+build=$(cd "$build" 2>/dev/null && pwd) || die "no build directory $build"
 module=$build/sim/vrxsimbmc.so
 [ -f "$module" ] || die "$module not built (cmake --build $build --target vrxsim)"
 command -v ipmi_sim >/dev/null || die "ipmi_sim not found (package openipmi)"
