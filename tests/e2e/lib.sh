@@ -120,3 +120,53 @@ set_item() {
   res=$(bytes $(raw 0x30 0x01))
   raw 0x30 0x03 0x$res 0x10 "$1" 0x00 0 0 1 "$2" >/dev/null
 }
+
+VRXFWUL=${VRXFWUL:-$VRX_BUILD_DIR/vrxfwul}
+
+# run_vrx ARGS...: runs the program; sets RC, OUT and ERR (exact text,
+# trailing line feeds kept).
+run_vrx() {
+  "$VRXFWUL" "$@" >"$VRX_SIM_DIR/vrx.out" 2>"$VRX_SIM_DIR/vrx.err" </dev/null
+  RC=$?
+  OUT=$(cat "$VRX_SIM_DIR/vrx.out"; echo x)
+  OUT=${OUT%x}
+  ERR=$(cat "$VRX_SIM_DIR/vrx.err"; echo x)
+  ERR=${ERR%x}
+}
+
+# LAN options for the program, after the interface: lan_args lan|lanplus [C]
+lan_args() {
+  local a=(-H="$VRX_SIM_HOST" -U="$VRX_SIM_USER" -P="$VRX_SIM_PASSWORD" -L="$1")
+  [ -n "${2:-}" ] && a+=(-C="$2")
+  printf '%s\n' "${a[@]}"
+}
+
+# The inventory document for a BMC version "M.mm".
+inventory_xml() {
+  printf '%s\n' '<?xml version="1.0" encoding="UTF-8" ?>' \
+    '<SVMInventory lang="en">' \
+    '   <Device componentID="5814" display="BMC Firmware">' \
+    "      <Application componentType=\"FRMW\" version=\"$1\" display=\"BMC Firmware\" />" \
+    '   </Device>' '</SVMInventory>'
+}
+
+# ends_with WHAT SUFFIX TEXT
+check_ends_with() {
+  if [[ "$3" == *"$2" ]]; then pass "$1"; else
+    fail "$1: text does not end with [$2]:"$'\n'"$3"
+  fi
+}
+
+# resets_done: how many times the BMC has come back from a reset so far.
+resets_done() { grep -c ' event up, version' "$VRX_SIM_LOG"; }
+
+# wait_reset_after COUNT SECONDS: until the BMC has come back from a reset
+# that followed the moment resets_done gave COUNT.
+wait_reset_after() {
+  local count=$1 limit=$2 start=$SECONDS
+  while [ $((SECONDS - start)) -le "$limit" ]; do
+    [ "$(resets_done)" -gt "$count" ] && return 0
+    sleep 0.2
+  done
+  return 1
+}
