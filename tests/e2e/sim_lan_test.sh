@@ -51,7 +51,8 @@ check_eq "Update Firmware returns task 1" "01" "$task"
 check_eq "task id query" "01" "$(bytes $(raw 8 1 0xaa 3))"
 check_contains "second start refused while busy" "rsp=0x81" "$(raw 8 1 1 0x80)"
 trail=$(wait_status "$task" ff 20)
-check_contains "validating state" "01" "$trail"
+check_eq "phases of the task" "net-delay net-fetching validating programming done" \
+  "$(grep -o 'task 1 phase [a-z-]*' "$VRX_SIM_LOG" | cut -d' ' -f4 | xargs)"
 check_contains "programming with a percent" "02 " "$trail"
 check_eq "ends Completed 100" "ff 64" "$(echo "$trail" | tail -1)"
 check_eq "version unchanged until reset" "01 50" "$(bytes $(raw 6 1) | cut -d' ' -f3-4)"
