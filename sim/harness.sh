@@ -45,6 +45,8 @@ timeout_s=600
 keep=0
 
 die() { echo "harness: $*" >&2; exit 2; }
+# A missing package skips the test run with a clear message, not a failure.
+need() { echo "harness: SKIP: $1 not found (Debian package $2)" >&2; exit 77; }
 
 while [ $# -gt 0 ]; do
   case "$1" in
@@ -77,8 +79,11 @@ fi
 build=$(cd "$build" 2>/dev/null && pwd) || die "no build directory $build"
 module=$build/sim/vrxsimbmc.so
 [ -f "$module" ] || die "$module not built (cmake --build $build --target vrxsim)"
-command -v ipmi_sim >/dev/null || die "ipmi_sim not found (package openipmi)"
-command -v ipmitool >/dev/null || die "ipmitool not found (package ipmitool)"
+command -v ipmi_sim >/dev/null || need ipmi_sim openipmi
+command -v ipmitool >/dev/null || need ipmitool ipmitool
+command -v curl >/dev/null || need curl curl
+command -v mkfs.vfat >/dev/null || need mkfs.vfat dosfstools
+command -v mcopy >/dev/null || need mcopy mtools
 ip link set lo up
 
 work=$(mktemp -d /tmp/vrxsim.XXXXXX)
@@ -186,18 +191,18 @@ kill -0 "${pids[0]}" 2>/dev/null || { cat "$work/ipmi_sim.out" >&2; die "ipmi_si
 for s in $servers; do
   case "$s" in
     http)
-      command -v busybox >/dev/null || die "busybox not found (package busybox)"
+      command -v busybox >/dev/null || need busybox busybox
       start http busybox httpd -f -p 127.0.0.1:80 -h "$work/files"
       wait_for http curl -sf -m 2 -o /dev/null http://127.0.0.1/.ready
       export VRX_SIM_HTTP=http://127.0.0.1 ;;
     tftp)
-      [ -x /usr/bin/python3 ] || die "python3 not found (package python3)"
+      [ -x /usr/bin/python3 ] || need /usr/bin/python3 python3
       start tftp /usr/bin/python3 "$SIM_SRC/servers/tftpd.py" 127.0.0.1 69 "$work/files"
       wait_for tftp curl -sf -m 2 -o /dev/null tftp://127.0.0.1/.ready
       export VRX_SIM_TFTP=tftp://127.0.0.1 ;;
     ftp)
       /usr/bin/python3 -c 'import pyftpdlib' 2>/dev/null ||
-        die "pyftpdlib not found (package python3-pyftpdlib)"
+        need pyftpdlib python3-pyftpdlib
       start ftp /usr/bin/python3 -m pyftpdlib -i 127.0.0.1 -p 21 -d "$work/files"
       wait_for ftp curl -sf -m 2 -o /dev/null ftp://127.0.0.1/.ready
       export VRX_SIM_FTP=ftp://127.0.0.1 ;;
