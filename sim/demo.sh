@@ -18,10 +18,10 @@ if [ "${1:-}" != --inside ]; then
   export DEBIAN_FRONTEND=noninteractive
   # Fresh machines have no package lists yet.
   if ! apt-get install -y cmake g++ make openipmi libopenipmi-dev ipmitool \
-      busybox curl iproute2 util-linux; then
+      busybox curl dosfstools mtools iproute2 util-linux; then
     apt-get update
     apt-get install -y cmake g++ make openipmi libopenipmi-dev ipmitool \
-      busybox curl iproute2 util-linux
+      busybox curl dosfstools mtools iproute2 util-linux
   fi
   cmake -S "$REPO" -B "$BUILD" -DVRX_BUILD_TESTS=OFF -DVRX_BUILD_SIM=ON
   cmake --build "$BUILD" --target vrxfwul vrxsim -j"$(nproc)"

@@ -534,22 +534,21 @@ void Bmc::Tick() {
   if (down_) {
     if (resetHang_ || now < downUntil_) return;
     down_ = false;
-    if (pendingImage_) {
-      pendingImage_ = false;
-      if (wrongVersion_) {
-        major_ = wrongMajor_;
-        minor_ = wrongMinor_;
-        revision_ = wrongRevision_;
-      } else {
-        major_ = programmed_.major;
-        minor_ = programmed_.minor;
-        revision_ = programmed_.revision;
-        if (programmed_.hasBootloader) {
-          std::memcpy(bootInfo_, programmed_.bootloaderInfo, 4);
-          std::memcpy(bootVersion_, programmed_.bootloaderVersion, 4);
-        }
+    if (wrongVersion_) {
+      // Fault: whatever was programmed, it comes back running this.
+      major_ = wrongMajor_;
+      minor_ = wrongMinor_;
+      revision_ = wrongRevision_;
+    } else if (pendingImage_) {
+      major_ = programmed_.major;
+      minor_ = programmed_.minor;
+      revision_ = programmed_.revision;
+      if (programmed_.hasBootloader) {
+        std::memcpy(bootInfo_, programmed_.bootloaderInfo, 4);
+        std::memcpy(bootVersion_, programmed_.bootloaderVersion, 4);
       }
     }
+    pendingImage_ = false;
     Record("up, version " + VersionText());
     return;
   }

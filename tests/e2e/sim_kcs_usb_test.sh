@@ -75,5 +75,12 @@ for ((i = 0; i < 50; i++)); do
   sleep 0.1
 done
 check_eq "no image on the device: Path Not Found" "82" "$answer"
+
+# Fault: the BMC comes back from a reset running another version.
+bmc set wrong_version 1 0x99 3
+ups=$(resets_done)
+bmc set down
+wait_reset_after "$ups" 10 || fail "BMC did not come back"
+check_eq "wrong version after the reset" "01 99" "$(bytes $(kcs 6 1) | cut -d' ' -f3-4)"
 check_contains "KCS requests are logged on channel 15" "req ch=15 08 04 04 01" "$(cat "$VRX_SIM_LOG")"
 e2e_finish
