@@ -26,6 +26,15 @@ chmod +x "$VRX_SIM_DIR/hook.sh"
 bmc set hook "$VRX_SIM_DIR/hook.sh"
 
 vrx-mkimage -o usb.bin -v 2.05.9 -p 3 --bootloader 1.2.3.0,4.5.6.0
+check_eq "image header checked independently (zlib CRC-32, fields)" "ok" \
+  "$(/usr/bin/python3 -c '
+import sys, zlib
+d = open(sys.argv[1], "rb").read()
+h = d[:512]
+good = (zlib.crc32(h[4:]) == int.from_bytes(h[:4], "little") and h[4] == 1
+        and h[6] == 3 and h[8:12] == bytes([2, 0x05, 9, 0]) and h[24:28] == b"WEVB"
+        and int.from_bytes(h[12:16], "little") == len(d))
+print("ok" if good else "bad")' usb.bin)"
 task=$(bytes $(kcs 8 1 3 0x80))
 check_eq "USB task started" "01" "$task"
 check_eq "At USB Init Stage" "04" "$(bytes $(kcs 8 2 0x$task))"
