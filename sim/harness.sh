@@ -106,9 +106,14 @@ stop_all() {
   pids=()
 }
 
+command_pid=""
 cleanup() {
   local rc=$?
   trap - EXIT INT TERM
+  if [ -n "$command_pid" ]; then
+    kill -TERM "$command_pid" 2>/dev/null
+    wait "$command_pid" 2>/dev/null
+  fi
   stop_all
   if [ "$keep" = 1 ]; then
     echo "harness: kept $work" >&2
@@ -225,9 +230,14 @@ export VRX_SIM_CONSOLE=$CONSOLE_PORT VRX_KCS_SIM_PORT=$KCS_PORT
 export VRX_SIM_LIBDIR=$build/sim/kcs
 export PATH="$build/sim:$PATH"
 
+# In the background so that a signal to the harness is handled at once;
+# standard input stays the harness's own.
 set +e
-timeout --foreground --kill-after=5 "$timeout_s" "$@"
+timeout --foreground --kill-after=5 "$timeout_s" "$@" 0<&0 &
+command_pid=$!
+wait "$command_pid"
 rc=$?
+command_pid=""
 set -e
 if [ "$rc" -ne 0 ] && [ "$rc" -ne 77 ]; then
   echo "harness: command exited with $rc; last lines of the BMC's request log:" >&2
