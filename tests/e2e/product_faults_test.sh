@@ -7,7 +7,7 @@ source "$(dirname "$0")/lib.sh"
 e2e_enter_sim --servers "http ftp" \
   --bmc "set validate_ms 300" --bmc "set program_ms 1000" \
   --bmc "set reset_down_ms 1500" --bmc "set fetch_timeout_s 2"
-[ -x "$VRXFWUL" ] || { echo "SKIP: $VRXFWUL not built" >&2; exit 77; }
+[ -x "$VRXFWUL" ] || { echo "SKIP: $VRXFWUL not built" >&2; [ "${VRX_E2E_REQUIRED:-}" = 1 ] && exit 1; exit 77; }
 
 CR=$'\r'
 printf 'PhaseOneWaitingTime = 2\nFwRebootWaitingTime = 5\nIPMICommandRetry = 1\n' >bmcfwu.cfg

@@ -7,7 +7,7 @@ source "$(dirname "$0")/lib.sh"
 e2e_enter_sim --servers "http" \
   --bmc "set validate_ms 300" --bmc "set program_ms 1000" \
   --bmc "set reset_down_ms 2000"
-[ -x "$VRXFWUL" ] || { echo "SKIP: $VRXFWUL not built" >&2; exit 77; }
+[ -x "$VRXFWUL" ] || { echo "SKIP: $VRXFWUL not built" >&2; [ "${VRX_E2E_REQUIRED:-}" = 1 ] && exit 1; exit 77; }
 
 CR=$'\r'
 export LD_LIBRARY_PATH=$VRX_SIM_LIBDIR VRX_KCS_SIM_TIMEOUT_MS=500
