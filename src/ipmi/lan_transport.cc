@@ -4,6 +4,7 @@
 
 #include <stdio.h>
 #include <string.h>
+#include <sys/wait.h>
 
 #include <memory>
 #include <string>
@@ -51,6 +52,13 @@ std::string BuildCommandLine(unsigned char netFnLun, unsigned char command,
     strLine += achByte;
   }
   return strLine;
+}
+
+// Exit status 127 is the shell's "command not found". Only a command that
+// has printed all its output is waited for here.
+bool IsToolMissing(platform::Pipe* pipe) {
+  int status = pipe->Close();
+  return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 127;
 }
 
 bool IsToolError(const char* output) {
@@ -116,6 +124,13 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
     } else {
       size_t n = pipe->Read(achOutput, kOutputSize);
       achOutput[n] = '\0';
+      if (IsToolMissing(pipe.get())) {
+        // The shell could not find the tool; its "not found" line must not
+        // be read as response bytes.
+        out->RedirectMessage(eRedirectError, "\n   %s\n",
+                             FirstLine(achOutput).c_str());
+        return 1;
+      }
       if (n == 0) {
         record->u8CompletionCode = 0;
         record->u16ResponseLength = 0;

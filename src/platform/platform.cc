@@ -16,16 +16,24 @@ namespace {
 class PosixPipe : public Pipe {
  public:
   explicit PosixPipe(FILE* f) : file_(f) {}
-  ~PosixPipe() override { pclose(file_); }
+  ~PosixPipe() override { Close(); }
+  int Close() override {
+    if (file_ != nullptr) {
+      status_ = pclose(file_);
+      file_ = nullptr;
+    }
+    return status_;
+  }
   bool ReadLine(char* buf, int size) override {
-    return fgets(buf, size, file_) != nullptr;
+    return file_ != nullptr && fgets(buf, size, file_) != nullptr;
   }
   size_t Read(char* buf, size_t size) override {
-    return fread(buf, 1, size, file_);
+    return file_ != nullptr ? fread(buf, 1, size, file_) : 0;
   }
 
  private:
   FILE* file_;
+  int status_ = -1;
 };
 
 class PosixEnv : public Env {

@@ -14,11 +14,13 @@
 
 namespace platform {
 
-// Output of a command started with Env::OpenPipe. Closing happens on
-// destruction; its exit status is never examined by the callers.
+// Output of a command started with Env::OpenPipe. It is closed on
+// destruction unless Close() was called first.
 class Pipe {
  public:
   virtual ~Pipe() = default;
+  // pclose() semantics: waits for the command and returns its wait status.
+  virtual int Close() = 0;
   // fgets() semantics: at most size-1 characters, stops after a line feed,
   // always terminates buf. Returns false at end of output.
   virtual bool ReadLine(char* buf, int size) = 0;

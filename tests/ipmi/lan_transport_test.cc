@@ -194,6 +194,28 @@ TEST_F(LanTest, RecordedCompletionCodeErrorIsShownAndNotRetried) {
             Log());
 }
 
+TEST_F(LanTest, MissingToolIsAnErrorNotResponseBytes) {
+  // What /bin/sh prints when ipmitool is not on the search path: read as
+  // bytes, "1:" and "found" would become 0x01 0x0f.
+  env.Script(Run(kGetDeviceIdLine), "sh: 1: ipmitool: not found\n", 127 << 8);
+  sIPMIReqRespTag record;
+  EXPECT_EQ(1, Send(0x06, 0x01, {}, &record));
+  EXPECT_EQ(1u, env.commands.size());
+  EXPECT_TRUE(env.sleeps.empty());
+  // Nothing was parsed: the record still holds its capacity and no bytes.
+  EXPECT_EQ(128u, record.u16ResponseLength);
+  EXPECT_EQ(0, record.au8ResponseData[0]);
+  EXPECT_EQ(0, record.au8ResponseData[1]);
+  EXPECT_EQ("\n   sh: 1: ipmitool: not found\n", cap.Err());
+}
+
+TEST_F(LanTest, OtherExitStatusesKeepTheSpecifiedParsing) {
+  env.Script(Run(kGetDeviceIdLine), " 14 02 00\n", 1 << 8);
+  sIPMIReqRespTag record;
+  EXPECT_EQ(0, Send(0x06, 0x01, {}, &record));
+  EXPECT_EQ(3u, record.u16ResponseLength);
+}
+
 TEST_F(LanTest, RecordedUnreachableHostShowsTheFirstLine) {
   env.Script(Run(kGetDeviceIdLine), Recording("unreachable_lan"));
   env.Script(Run(kGetDeviceIdLine), Recording("unreachable_lanplus"));

@@ -9,7 +9,9 @@ namespace {
 
 class StringPipe : public platform::Pipe {
  public:
-  explicit StringPipe(std::string text) : text_(std::move(text)) {}
+  StringPipe(std::string text, int status)
+      : text_(std::move(text)), status_(status) {}
+  int Close() override { return status_; }
   bool ReadLine(char* buf, int size) override {
     if (pos_ >= text_.size() || size <= 0) return false;
     size_t max = static_cast<size_t>(size) - 1;
@@ -31,6 +33,7 @@ class StringPipe : public platform::Pipe {
 
  private:
   std::string text_;
+  int status_;
   size_t pos_ = 0;
 };
 
@@ -88,7 +91,7 @@ int FakeEnv::RunCommand(const std::string& command) {
 std::unique_ptr<platform::Pipe> FakeEnv::OpenPipe(const std::string& command) {
   CommandResult r = Lookup(command);
   if (r.start_fails) return nullptr;
-  return std::unique_ptr<platform::Pipe>(new StringPipe(r.output));
+  return std::unique_ptr<platform::Pipe>(new StringPipe(r.output, r.status));
 }
 
 int FakeEnv::ReadInputChar() {

@@ -18,7 +18,7 @@ namespace testing_support {
 
 struct CommandResult {
   std::string output;   // what the command prints (pipes only)
-  int status = 0;       // wait status for RunCommand
+  int status = 0;       // wait status of RunCommand and of a pipe's Close
   bool start_fails = false;  // OpenPipe returns null / RunCommand gives -1
 };
 
