@@ -67,26 +67,26 @@ uint8_t CheckImage(const std::vector<uint8_t>& image, ImageInfo* info) {
   return kImageGood;
 }
 
-std::vector<uint8_t> BuildImage(const ImageSpec& spec) {
-  unsigned count = spec.partitions > kMaxPartitions
+std::vector<uint8_t> BuildImage(const ImageRecipe& recipe) {
+  unsigned count = recipe.partitions > kMaxPartitions
                        ? static_cast<unsigned>(kMaxPartitions)
-                       : spec.partitions;
+                       : recipe.partitions;
   std::vector<uint8_t> image(kHeaderSize, 0);
-  image.insert(image.end(), spec.body.begin(), spec.body.end());
+  image.insert(image.end(), recipe.body.begin(), recipe.body.end());
   uint8_t* h = image.data();
   h[4] = 1;
-  h[5] = spec.info.imageType;
+  h[5] = recipe.info.imageType;
   h[6] = static_cast<uint8_t>(count);
-  h[8] = spec.info.major;
-  h[9] = spec.info.minor;
-  h[10] = static_cast<uint8_t>(spec.info.revision & 0xFF);
-  h[11] = static_cast<uint8_t>(spec.info.revision >> 8);
+  h[8] = recipe.info.major;
+  h[9] = recipe.info.minor;
+  h[10] = static_cast<uint8_t>(recipe.info.revision & 0xFF);
+  h[11] = static_cast<uint8_t>(recipe.info.revision >> 8);
   WriteLe32(h + 12, static_cast<uint32_t>(image.size()));
-  std::memcpy(h + 16, spec.info.bootloaderInfo, 4);
-  std::memcpy(h + 20, spec.info.bootloaderVersion, 4);
-  std::memcpy(h + 24, spec.info.boardType, 4);
+  std::memcpy(h + 16, recipe.info.bootloaderInfo, 4);
+  std::memcpy(h + 20, recipe.info.bootloaderVersion, 4);
+  std::memcpy(h + 24, recipe.info.boardType, 4);
   uint32_t offset = static_cast<uint32_t>(kHeaderSize);
-  uint32_t bodySize = static_cast<uint32_t>(spec.body.size());
+  uint32_t bodySize = static_cast<uint32_t>(recipe.body.size());
   for (unsigned i = 0; i < count; ++i) {
     uint32_t size = bodySize / count;
     if (i + 1 == count) size = bodySize - size * (count - 1);

@@ -37,14 +37,14 @@ enum ImageVerdict : uint8_t {
 // Checks a whole image file's bytes and fills *info from its header.
 uint8_t CheckImage(const std::vector<uint8_t>& image, ImageInfo* info);
 
-struct ImageSpec {
+struct ImageRecipe {
   ImageInfo info;
   unsigned partitions = 2;
   std::vector<uint8_t> body;
 };
 
 // Builds a valid image: header (sizes, partition table, CRC) plus body.
-std::vector<uint8_t> BuildImage(const ImageSpec& spec);
+std::vector<uint8_t> BuildImage(const ImageRecipe& recipe);
 
 bool ReadWholeFile(const std::string& path, std::vector<uint8_t>* out,
                    size_t limit);

@@ -78,9 +78,9 @@ bool ParseFourBytes(const std::string& text, uint8_t out[4]) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  simbmc::ImageSpec spec;
-  spec.info.major = 1;
-  spec.info.minor = 0x00;
+  simbmc::ImageRecipe recipe;
+  recipe.info.major = 1;
+  recipe.info.minor = 0x00;
   std::string output, bodyFile;
   unsigned long bodySize = 4096;
   bool badCrc = false;
@@ -105,26 +105,26 @@ int main(int argc, char** argv) {
     if (arg == "-o") {
       output = value;
     } else if (arg == "-v") {
-      ok = ParseVersion(value, &spec.info);
+      ok = ParseVersion(value, &recipe.info);
     } else if (arg == "-t") {
       ok = ParseNumber(value, 255, &n);
-      spec.info.imageType = static_cast<uint8_t>(n);
+      recipe.info.imageType = static_cast<uint8_t>(n);
     } else if (arg == "-b") {
       ok = std::strlen(value) == 4;
-      if (ok) std::memcpy(spec.info.boardType, value, 5);
+      if (ok) std::memcpy(recipe.info.boardType, value, 5);
     } else if (arg == "-s") {
       ok = ParseNumber(value, 64ul << 20, &bodySize);
     } else if (arg == "--body") {
       bodyFile = value;
     } else if (arg == "-p") {
       ok = ParseNumber(value, simbmc::kMaxPartitions, &n);
-      spec.partitions = static_cast<unsigned>(n);
+      recipe.partitions = static_cast<unsigned>(n);
     } else if (arg == "--bootloader") {
       std::string text = value;
       size_t comma = text.find(',');
       ok = comma != std::string::npos &&
-           ParseFourBytes(text.substr(0, comma), spec.info.bootloaderInfo) &&
-           ParseFourBytes(text.substr(comma + 1), spec.info.bootloaderVersion);
+           ParseFourBytes(text.substr(0, comma), recipe.info.bootloaderInfo) &&
+           ParseFourBytes(text.substr(comma + 1), recipe.info.bootloaderVersion);
     } else {
       ok = false;
     }
@@ -139,20 +139,20 @@ int main(int argc, char** argv) {
     return 2;
   }
   if (!bodyFile.empty()) {
-    if (!simbmc::ReadWholeFile(bodyFile, &spec.body, 256u << 20)) {
+    if (!simbmc::ReadWholeFile(bodyFile, &recipe.body, 256u << 20)) {
       std::fprintf(stderr, "vrx-mkimage: cannot read %s\n", bodyFile.c_str());
       return 1;
     }
   } else {
     // A deterministic body so that two runs give the same image.
-    spec.body.resize(bodySize);
+    recipe.body.resize(bodySize);
     uint32_t x = 0x12345678u;
-    for (auto& b : spec.body) {
+    for (auto& b : recipe.body) {
       x = x * 1103515245u + 12345u;
       b = static_cast<uint8_t>(x >> 16);
     }
   }
-  std::vector<uint8_t> image = simbmc::BuildImage(spec);
+  std::vector<uint8_t> image = simbmc::BuildImage(recipe);
   if (badCrc) image[0] ^= 0xFF;
   FILE* f = std::fopen(output.c_str(), "wb");
   if (f == nullptr) {
