@@ -2,13 +2,16 @@
 // and the LAN credentials.
 #include <string.h>
 
+#include <new>
+
 #include "update/firmware_update.h"
 
 TFirmwareUpdate* G_pFirmwareUpdate = nullptr;
 
+// A failed allocation is reported as 1, never thrown.
 int FwUpdateConstructor() {
-  G_pFirmwareUpdate = new TFirmwareUpdate();
-  return 0;
+  G_pFirmwareUpdate = new (std::nothrow) TFirmwareUpdate();
+  return G_pFirmwareUpdate != nullptr ? 0 : 1;
 }
 
 int FwUpdateDestructor() {
