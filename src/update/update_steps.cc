@@ -140,8 +140,10 @@ int FinishAfterTask(TFirmwareUpdate* update, const sBMCInformationTag* bmc,
     COrvoUpdatePackage::ToOutputIfNecessary(static_cast<eReturnCodeTag>(result));
     COrvoUpdatePackage::SetDisplay(false);
     Out().RedirectMessage(eRedirectPrompt, "   Cold Reset : ");
-    result = ColdReset();
-    if (result == 0) {
+    // The image is programmed and reported by now; over the LAN the session
+    // often drops as the BMC resets (that error is only logged), so the
+    // reset's outcome is shown but does not undo the update's result.
+    if (ColdReset() == 0) {
       Out().RedirectMessage(eRedirectPrompt, "Done\n");
     } else {
       Out().RedirectMessage(eRedirectPrompt, "Failed\n");
