@@ -11,6 +11,14 @@
 
 namespace ipmi_detail {
 
+// Network functions of the commands this program sends.
+const uint8_t kNetFnChassis = 0x00;
+const uint8_t kNetFnApp = 0x06;
+const uint8_t kNetFnFirmware = 0x08;
+const uint8_t kNetFnStorage = 0x0A;
+const uint8_t kNetFnGroup = 0x2E;
+const uint8_t kNetFnOEM = 0x30;
+
 // Traces the title, clears the record and fills retry settings, capacity
 // and request data.
 void PrepareRecord(const char* title, sIPMIReqRespTag* record,

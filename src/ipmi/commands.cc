@@ -54,18 +54,17 @@ int WithRetryBit(int result, int failCode) {
 
 }  // namespace ipmi_detail
 
+using ipmi_detail::kNetFnApp;
+using ipmi_detail::kNetFnChassis;
+using ipmi_detail::kNetFnFirmware;
+using ipmi_detail::kNetFnGroup;
+using ipmi_detail::kNetFnOEM;
 using ipmi_detail::PrepareRecord;
 using ipmi_detail::ResponseByte;
 using ipmi_detail::Send;
 using ipmi_detail::WithRetryBit;
 
 namespace {
-
-const uint8_t kNetFnChassis = 0x00;
-const uint8_t kNetFnApp = 0x06;
-const uint8_t kNetFnFirmware = 0x08;
-const uint8_t kNetFnGroup = 0x2E;
-const uint8_t kNetFnOEM = 0x30;
 
 // Completion codes of the phase commands.
 int MapA(int result, const sIPMIReqRespTag* record, int defaultCode) {

@@ -7,6 +7,8 @@
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
 
+using ipmi_detail::kNetFnOEM;
+using ipmi_detail::kNetFnStorage;
 using ipmi_detail::PrepareRecord;
 using ipmi_detail::ResponseByte;
 using ipmi_detail::Send;
@@ -14,8 +16,6 @@ using ipmi_detail::WithRetryBit;
 
 namespace {
 
-const uint8_t kNetFnOEM = 0x30;
-const uint8_t kNetFnStorage = 0x0A;
 const uint8_t kCmdReserve = 0x01;
 const uint8_t kCmdGet = 0x02;
 const uint8_t kCmdSet = 0x03;
