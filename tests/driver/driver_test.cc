@@ -19,6 +19,7 @@
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
 #include "output/update_package.h"
+#include "support/capture.h"
 #include "support/fake_env.h"
 #include "update/firmware_update.h"
 #include "usb/write_firmware.h"
@@ -53,52 +54,6 @@ const char kUser[] = "-U=admin";
 const char kPass[] = "-P=secret";
 const char kUri[] = "-uri=http://192.0.2.10/firmimg.vrx";
 
-// Points standard output and error at temporary files while it lives.
-class StdCapture {
- public:
-  StdCapture() {
-    fflush(stdout);
-    fflush(stderr);
-    out_ = tmpfile();
-    err_ = tmpfile();
-    savedOut_ = dup(1);
-    savedErr_ = dup(2);
-    dup2(fileno(out_), 1);
-    dup2(fileno(err_), 2);
-  }
-  ~StdCapture() { Stop(); }
-
-  void Stop() {
-    if (out_ == nullptr) return;
-    fflush(stdout);
-    fflush(stderr);
-    dup2(savedOut_, 1);
-    dup2(savedErr_, 2);
-    close(savedOut_);
-    close(savedErr_);
-    out = ReadBack(out_);
-    err = ReadBack(err_);
-    out_ = err_ = nullptr;
-  }
-
-  std::string out, err;
-
- private:
-  static std::string ReadBack(FILE* f) {
-    std::string text;
-    rewind(f);
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) text.append(buf, n);
-    fclose(f);
-    return text;
-  }
-
-  FILE* out_ = nullptr;
-  FILE* err_ = nullptr;
-  int savedOut_ = -1, savedErr_ = -1;
-};
-
 class RunMainTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -116,17 +71,7 @@ class RunMainTest : public ::testing::Test {
   void TearDown() override { COrvoUpdatePackage::ResetForTest(); }
 
   int Run(const std::vector<std::string>& args) {
-    std::vector<std::string> all = {"vrxfwul"};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& s : all) argv.push_back(&s[0]);
-    argv.push_back(nullptr);
-    StdCapture cap;
-    int rc = RunMain(static_cast<int>(all.size()), argv.data());
-    cap.Stop();
-    out_ = cap.out;
-    err_ = cap.err;
-    return rc;
+    return testing_support::RunMainCaptured(args, &out_, &err_);
   }
 
   int CountCommands(const std::string& part) {

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "driver/driver.h"
 #include "output/output.h"
 
 namespace testing_support {
@@ -15,6 +16,48 @@ std::string ReadFile(const std::string& path) {
   std::ostringstream ss;
   ss << in.rdbuf();
   return ss.str();
+}
+
+namespace {
+
+std::string ReadBack(FILE* f) {
+  std::string text;
+  rewind(f);
+  char buf[4096];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof(buf), f)) > 0) text.append(buf, n);
+  fclose(f);
+  return text;
+}
+
+}  // namespace
+
+int RunMainCaptured(const std::vector<std::string>& args, std::string* out,
+                    std::string* err) {
+  std::vector<std::string> all = {"vrxfwul"};
+  all.insert(all.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (std::string& s : all) argv.push_back(&s[0]);
+  argv.push_back(nullptr);
+
+  fflush(stdout);
+  fflush(stderr);
+  FILE* outFile = tmpfile();
+  FILE* errFile = tmpfile();
+  int savedOut = dup(1);
+  int savedErr = dup(2);
+  dup2(fileno(outFile), 1);
+  dup2(fileno(errFile), 2);
+  int rc = RunMain(static_cast<int>(all.size()), argv.data());
+  fflush(stdout);
+  fflush(stderr);
+  dup2(savedOut, 1);
+  dup2(savedErr, 2);
+  close(savedOut);
+  close(savedErr);
+  *out = ReadBack(outFile);
+  *err = ReadBack(errFile);
+  return rc;
 }
 
 CapturedOutput::CapturedOutput() {

@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include <string>
+#include <vector>
 
 namespace testing_support {
 
@@ -35,6 +36,12 @@ class CapturedOutput {
 };
 
 std::string ReadFile(const std::string& path);
+
+// Runs the whole program in-process as "vrxfwul args...", with the real
+// standard output and error (file descriptors 1 and 2) redirected to
+// temporary files, and returns RunMain's code with what was printed.
+int RunMainCaptured(const std::vector<std::string>& args, std::string* out,
+                    std::string* err);
 
 }  // namespace testing_support
 

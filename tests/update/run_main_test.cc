@@ -15,49 +15,11 @@
 #include "output/update_package.h"
 #include "usb/write_firmware.h"
 #include "fake_host.h"
+#include "support/capture.h"
 #include "update_fixture.h"
 
 namespace update_testing {
 namespace {
-
-// Points standard output and error at temporary files while it lives.
-class StdCapture {
- public:
-  StdCapture() {
-    fflush(stdout);
-    fflush(stderr);
-    out_ = tmpfile();
-    err_ = tmpfile();
-    savedOut_ = dup(1);
-    savedErr_ = dup(2);
-    dup2(fileno(out_), 1);
-    dup2(fileno(err_), 2);
-  }
-  void Stop(std::string* out, std::string* err) {
-    fflush(stdout);
-    fflush(stderr);
-    dup2(savedOut_, 1);
-    dup2(savedErr_, 2);
-    close(savedOut_);
-    close(savedErr_);
-    *out = ReadBack(out_);
-    *err = ReadBack(err_);
-  }
-
- private:
-  static std::string ReadBack(FILE* f) {
-    std::string text;
-    rewind(f);
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) text.append(buf, n);
-    fclose(f);
-    return text;
-  }
-  FILE* out_ = nullptr;
-  FILE* err_ = nullptr;
-  int savedOut_ = -1, savedErr_ = -1;
-};
 
 class RunMainUpdateTest : public ::testing::Test {
  protected:
@@ -79,16 +41,8 @@ class RunMainUpdateTest : public ::testing::Test {
     if (!image_.empty()) unlink(image_.c_str());
     if (!dir_.empty()) rmdir(dir_.c_str());
   }
-  int Run(std::vector<std::string> args) {
-    std::vector<std::string> all = {"vrxfwul"};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& s : all) argv.push_back(&s[0]);
-    argv.push_back(nullptr);
-    StdCapture capture;
-    const int rc = RunMain(static_cast<int>(all.size()), argv.data());
-    capture.Stop(&out_, &err_);
-    return rc;
+  int Run(const std::vector<std::string>& args) {
+    return testing_support::RunMainCaptured(args, &out_, &err_);
   }
 
   testing_support::FakeEnv env;
