@@ -586,20 +586,26 @@ std::vector<uint8_t>* Bmc::ConfigItem(uint8_t cid, uint8_t aid, uint8_t index) {
   return it == store_.end() ? nullptr : &it->second;
 }
 
-void Bmc::GetConfig(const uint8_t* d, unsigned n, Reply* r) {
+// Both Get and Set carry reservation, CID, AID and index in their first
+// four bytes and need at least seven; a refusal sets the completion code.
+std::vector<uint8_t>* Bmc::CheckedConfigItem(const uint8_t* d, unsigned n,
+                                             Reply* r) {
   if (n < 7) {
     r->cc = kCcLength;
-    return;
+    return nullptr;
   }
   if (d[0] != reservation_ || reservation_ == 0) {
     r->cc = kCcReservation;
-    return;
+    return nullptr;
   }
   std::vector<uint8_t>* item = ConfigItem(d[1], d[2], d[3]);
-  if (item == nullptr) {
-    r->cc = kCcInvalidData;
-    return;
-  }
+  if (item == nullptr) r->cc = kCcInvalidData;
+  return item;
+}
+
+void Bmc::GetConfig(const uint8_t* d, unsigned n, Reply* r) {
+  std::vector<uint8_t>* item = CheckedConfigItem(d, n, r);
+  if (item == nullptr) return;
   size_t offset = d[4] | (d[5] << 8);
   size_t count = d[6];
   if (count > kMaxReplyData - 4) count = kMaxReplyData - 4;
@@ -613,19 +619,8 @@ void Bmc::GetConfig(const uint8_t* d, unsigned n, Reply* r) {
 }
 
 void Bmc::SetConfig(const uint8_t* d, unsigned n, Reply* r) {
-  if (n < 7) {
-    r->cc = kCcLength;
-    return;
-  }
-  if (d[0] != reservation_ || reservation_ == 0) {
-    r->cc = kCcReservation;
-    return;
-  }
-  std::vector<uint8_t>* item = ConfigItem(d[1], d[2], d[3]);
-  if (item == nullptr) {
-    r->cc = kCcInvalidData;
-    return;
-  }
+  std::vector<uint8_t>* item = CheckedConfigItem(d, n, r);
+  if (item == nullptr) return;
   size_t offset = d[4] | (d[5] << 8);
   bool last = d[6] == 1;
   size_t count = n - 7;

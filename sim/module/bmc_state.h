@@ -111,6 +111,8 @@ class Bmc {
   void GetConfig(const uint8_t* d, unsigned n, Reply* r);
   void SetConfig(const uint8_t* d, unsigned n, Reply* r);
   std::vector<uint8_t>* ConfigItem(uint8_t cid, uint8_t aid, uint8_t index);
+  std::vector<uint8_t>* CheckedConfigItem(const uint8_t* d, unsigned n,
+                                          Reply* r);
   void ResetConfigStore();
   void BeginReset();
 
