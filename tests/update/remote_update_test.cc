@@ -96,11 +96,14 @@ class RemoteUpdateTest : public UpdateTest {
     c.replace(1, uri.size(), uri);
     return c;
   }
-  // A Get of this AID answers `value` instead of the stored one.
-  void ReadBackOf(uint8_t aid, uint8_t value) {
-    bmc.handler = [aid, value](const BmcRequest& r, BmcAnswer* a) {
+  // The first `times` Gets of this AID (every one by default) answer
+  // `value` instead of the stored one.
+  void ReadBackOf(uint8_t aid, uint8_t value, int times = -1) {
+    bmc.handler = [aid, value, times](const BmcRequest& r, BmcAnswer* a) mutable {
       if (r.netfn != 0x30 || r.cmd != 0x02 || r.data.size() < 7 || r.data[2] != aid)
         return false;
+      if (times == 0) return false;
+      if (times > 0) --times;
       *a = BmcAnswer::Reply({0x10, aid, 0x00, 0x01, value}, 0x00);
       return true;
     };
@@ -336,13 +339,7 @@ TEST_F(RemoteUpdateTest, EveryByteSettingSucceedsAgainstTheStore) {
 
 TEST_F(RemoteUpdateTest, MismatchThenMatchOnTheSecondAttempt) {
   ApplySettings();
-  int gets = 0;
-  bmc.handler = [&gets](const BmcRequest& r, BmcAnswer* a) {
-    if (r.netfn != 0x30 || r.cmd != 0x02 || r.data.size() < 7 || r.data[2] != 0x06) return false;
-    if (++gets > 1) return false;
-    *a = BmcAnswer::Reply({0x10, 0x06, 0x00, 0x01, 0x00});
-    return true;
-  };
+  ReadBackOf(0x06, 0, 1);
   EXPECT_EQ(0, Fu().AssignFirmwareUpdateDelayTime(60));
   EXPECT_EQ(8u, Requests().size());
   EXPECT_EQ(Spin(32767, "  Assign Remote Update Delay Time ...") +
@@ -382,13 +379,7 @@ TEST_F(RemoteUpdateTest, EnableLoopRunsThePhaseOneTimeOnABmcAnsweringZero) {
 
 TEST_F(RemoteUpdateTest, EnableSucceedsWhenTheBmcComesRound) {
   ApplySettings();
-  int gets = 0;
-  bmc.handler = [&gets](const BmcRequest& r, BmcAnswer* a) {
-    if (r.netfn != 0x30 || r.cmd != 0x02 || r.data.size() < 7 || r.data[2] != 0x01) return false;
-    if (++gets > 3) return false;
-    *a = BmcAnswer::Reply({0x10, 0x01, 0x00, 0x01, 0x00});
-    return true;
-  };
+  ReadBackOf(0x01, 0, 3);
   EXPECT_EQ(0, Fu().EnableRemoteFirmwareUpdate(1));
   EXPECT_EQ(4, Clock());
   EXPECT_EQ(16u, Requests().size());
