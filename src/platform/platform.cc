@@ -3,12 +3,19 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <termios.h>
+#include <time.h>
 #include <unistd.h>
+
+extern char** environ;
 
 namespace platform {
 namespace {
@@ -36,6 +43,117 @@ class PosixPipe : public Pipe {
   int status_ = -1;
 };
 
+long long MonotonicMs() {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+// The inherited environment with spec's entries put in place of (or added
+// to) the variables of the same name.
+std::vector<std::string> ChildEnvironment(const std::vector<std::string>& extra) {
+  std::vector<std::string> result;
+  for (char** p = environ; p != nullptr && *p != nullptr; ++p) {
+    std::string entry = *p;
+    std::string name = entry.substr(0, entry.find('='));
+    bool replaced = false;
+    for (const std::string& e : extra)
+      if (e.compare(0, name.size() + 1, name + "=") == 0) replaced = true;
+    if (!replaced) result.push_back(entry);
+  }
+  result.insert(result.end(), extra.begin(), extra.end());
+  return result;
+}
+
+ProcessResult SpawnAndWait(const ProcessSpec& spec) {
+  ProcessResult result;
+  if (spec.argv.empty()) return result;
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC) != 0) return result;
+
+  std::vector<char*> argv;
+  for (const std::string& a : spec.argv) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  std::vector<std::string> envStrings = ChildEnvironment(spec.env);
+  std::vector<char*> envp;
+  for (const std::string& e : envStrings) envp.push_back(const_cast<char*>(e.c_str()));
+  envp.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, fds[1], STDERR_FILENO);
+  posix_spawnattr_t attr;
+  posix_spawnattr_init(&attr);
+  // A group of its own: the terminal's SIGINT goes to our group only. The
+  // child starts with default dispositions and nothing blocked.
+  sigset_t none, all;
+  sigemptyset(&none);
+  sigfillset(&all);
+  posix_spawnattr_setsigmask(&attr, &none);
+  posix_spawnattr_setsigdefault(&attr, &all);
+  posix_spawnattr_setpgroup(&attr, 0);
+  posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
+                                      POSIX_SPAWN_SETSIGDEF);
+  fflush(nullptr);  // keep our output ahead of the child's
+  pid_t pid = -1;
+  int rc = posix_spawnp(&pid, argv[0], &actions, &attr, argv.data(), envp.data());
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attr);
+  close(fds[1]);
+  if (rc != 0) {
+    close(fds[0]);
+    return result;
+  }
+  result.started = true;
+
+  const long long deadline = MonotonicMs() + spec.timeout_ms;
+  char buf[4096];
+  bool open = true;
+  while (open) {
+    long long left = deadline - MonotonicMs();
+    if (left <= 0) {
+      kill(-pid, SIGKILL);
+      result.timed_out = true;
+      break;
+    }
+    struct pollfd pfd = {fds[0], POLLIN, 0};
+    int n = poll(&pfd, 1, static_cast<int>(left > 1000 ? 1000 : left));
+    if (n < 0 && errno != EINTR) break;
+    if (n <= 0) continue;
+    ssize_t got = read(fds[0], buf, sizeof(buf));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) {
+      open = false;
+      break;
+    }
+    size_t room = spec.output_limit > result.output.size()
+                      ? spec.output_limit - result.output.size()
+                      : 0;
+    result.output.append(buf, static_cast<size_t>(got) < room ? static_cast<size_t>(got) : room);
+  }
+  close(fds[0]);
+  // The pipe closed but the child may still run (it closed its output, or
+  // left a grandchild holding it): the time limit holds for the wait too.
+  int status = 0;
+  for (;;) {
+    pid_t w = waitpid(pid, &status, result.timed_out ? 0 : WNOHANG);
+    if (w == pid) break;
+    if (w < 0 && errno != EINTR) break;
+    if (w == 0) {
+      if (MonotonicMs() >= deadline) {
+        kill(-pid, SIGKILL);
+        result.timed_out = true;
+        continue;
+      }
+      struct timespec ts = {0, 10 * 1000000L};
+      nanosleep(&ts, nullptr);
+    }
+  }
+  result.status = status;
+  return result;
+}
+
 class PosixEnv : public Env {
  public:
   time_t Now() override { return time(nullptr); }
@@ -56,6 +174,9 @@ class PosixEnv : public Env {
     FILE* f = popen(command.c_str(), "r");
     if (f == nullptr) return nullptr;
     return std::unique_ptr<Pipe>(new PosixPipe(f));
+  }
+  ProcessResult RunProcess(const ProcessSpec& spec) override {
+    return SpawnAndWait(spec);
   }
   int ReadInputChar() override { return getchar(); }
   void DiscardPendingInput() override {

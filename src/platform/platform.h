@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace platform {
 
@@ -28,6 +29,25 @@ class Pipe {
   virtual size_t Read(char* buf, size_t size) = 0;
 };
 
+// One child process started without a shell: no word of argv is ever
+// interpreted, so outside text can be passed as it stands.
+struct ProcessSpec {
+  std::vector<std::string> argv;  // argv[0] is looked up on PATH
+  std::vector<std::string> env;   // "NAME=value" set for the child only
+  // Standard output and standard error share one pipe; bytes past the
+  // limit are read and dropped so the child never blocks on a full pipe.
+  size_t output_limit = 256;
+  // The child (its whole process group) is killed after this long.
+  unsigned timeout_ms = 60000;
+};
+
+struct ProcessResult {
+  bool started = false;   // false: not found, or it could not be started
+  int status = -1;        // wait status when started
+  bool timed_out = false; // killed at the time limit
+  std::string output;     // at most output_limit bytes
+};
+
 class Env {
  public:
   virtual ~Env() = default;
@@ -40,6 +60,10 @@ class Env {
   virtual int RunCommand(const std::string& command) = 0;
   // popen(command, "r"); null when the command cannot be started.
   virtual std::unique_ptr<Pipe> OpenPipe(const std::string& command) = 0;
+
+  // Runs spec to its end (or its time limit) in a process group of its own,
+  // so a Ctrl-C at the terminal reaches this program only.
+  virtual ProcessResult RunProcess(const ProcessSpec& spec) = 0;
 
   // getchar() semantics on standard input: EOF at its end.
   virtual int ReadInputChar() = 0;

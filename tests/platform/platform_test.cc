@@ -1,6 +1,9 @@
 #include "platform/platform.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "support/fake_env.h"
 
@@ -72,6 +75,78 @@ TEST(FakeEnvTest, RestoresRealEnvOnDestruction) {
     EXPECT_EQ(&env, platform::GetEnv());
   }
   EXPECT_EQ(platform::RealEnv(), platform::GetEnv());
+}
+
+}  // namespace
+
+namespace {
+
+TEST(RealEnvProcess, RunsArgvWithoutAShellAndJoinsBothStreams) {
+  platform::ProcessSpec spec;
+  // The words reach the child as they stand: no shell sees "$HOME" or ";".
+  spec.argv = {"sh", "-c", "printf '%s|' \"$0\" \"$1\"; echo err >&2", "$HOME;x", "a b"};
+  platform::ProcessResult r = platform::RealEnv()->RunProcess(spec);
+  ASSERT_TRUE(r.started);
+  EXPECT_FALSE(r.timed_out);
+  EXPECT_TRUE(WIFEXITED(r.status));
+  EXPECT_EQ(0, WEXITSTATUS(r.status));
+  EXPECT_EQ("$HOME;x|a b|err\n", r.output);
+}
+
+TEST(RealEnvProcess, PassesExtraEnvironmentToTheChildOnly) {
+  platform::ProcessSpec spec;
+  spec.argv = {"sh", "-c", "printf %s \"$VRX_TEST_SECRET\""};
+  spec.env = {"VRX_TEST_SECRET=s3cr3t"};
+  platform::ProcessResult r = platform::RealEnv()->RunProcess(spec);
+  EXPECT_EQ("s3cr3t", r.output);
+  EXPECT_EQ(nullptr, getenv("VRX_TEST_SECRET"));
+}
+
+TEST(RealEnvProcess, KeepsOnlyTheOutputLimitButReadsToTheEnd) {
+  platform::ProcessSpec spec;
+  spec.argv = {"sh", "-c", "head -c 100000 /dev/zero | tr '\\0' x; exit 3"};
+  spec.output_limit = 10;
+  platform::ProcessResult r = platform::RealEnv()->RunProcess(spec);
+  EXPECT_EQ("xxxxxxxxxx", r.output);
+  EXPECT_EQ(3, WEXITSTATUS(r.status));
+}
+
+TEST(RealEnvProcess, MissingProgramIsNotStarted) {
+  platform::ProcessSpec spec;
+  spec.argv = {"vrx-no-such-program-anywhere"};
+  EXPECT_FALSE(platform::RealEnv()->RunProcess(spec).started);
+}
+
+TEST(RealEnvProcess, RunsInAProcessGroupOfItsOwn) {
+  platform::ProcessSpec spec;
+  spec.argv = {"sh", "-c", "ps -o pgid= -p $$"};
+  platform::ProcessResult r = platform::RealEnv()->RunProcess(spec);
+  ASSERT_TRUE(r.started);
+  EXPECT_NE(static_cast<long>(getpgrp()), atol(r.output.c_str()));
+}
+
+TEST(RealEnvProcess, TimeLimitKillsTheWholeGroup) {
+  platform::ProcessSpec spec;
+  spec.argv = {"sh", "-c", "sleep 30 & sleep 30"};
+  spec.timeout_ms = 200;
+  platform::ProcessResult r = platform::RealEnv()->RunProcess(spec);
+  ASSERT_TRUE(r.started);
+  EXPECT_TRUE(r.timed_out);
+  EXPECT_TRUE(WIFSIGNALED(r.status));
+}
+
+TEST(FakeEnvProcess, AnswersFromTheScriptsAndRecordsTheSpec) {
+  FakeEnv env;
+  env.Script("ipmitool raw 0x06 0x01", " 20 01\n", 0);
+  platform::ProcessSpec spec;
+  spec.argv = {"ipmitool", "raw", "0x06", "0x01"};
+  spec.env = {"IPMI_PASSWORD=x"};
+  platform::ProcessResult r = platform::GetEnv()->RunProcess(spec);
+  EXPECT_TRUE(r.started);
+  EXPECT_EQ(" 20 01\n", r.output);
+  ASSERT_EQ(1u, env.processes.size());
+  EXPECT_EQ("IPMI_PASSWORD=x", env.processes[0].env.at(0));
+  EXPECT_EQ(1, env.RunCount("ipmitool raw 0x06 0x01"));
 }
 
 }  // namespace

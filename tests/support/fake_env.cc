@@ -94,6 +94,20 @@ std::unique_ptr<platform::Pipe> FakeEnv::OpenPipe(const std::string& command) {
   return std::unique_ptr<platform::Pipe>(new StringPipe(r.output, r.status));
 }
 
+platform::ProcessResult FakeEnv::RunProcess(const platform::ProcessSpec& spec) {
+  processes.push_back(spec);
+  std::string line;
+  for (const std::string& a : spec.argv) line += (line.empty() ? "" : " ") + a;
+  CommandResult r = Lookup(line);
+  platform::ProcessResult result;
+  if (r.start_fails) return result;
+  result.started = true;
+  result.status = r.status;
+  result.timed_out = r.timed_out;
+  result.output = r.output.substr(0, spec.output_limit);
+  return result;
+}
+
 int FakeEnv::ReadInputChar() {
   if (input_pos >= input.size()) return EOF;
   return static_cast<unsigned char>(input[input_pos++]);

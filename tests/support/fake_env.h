@@ -20,6 +20,7 @@ struct CommandResult {
   std::string output;   // what the command prints (pipes only)
   int status = 0;       // wait status of RunCommand and of a pipe's Close
   bool start_fails = false;  // OpenPipe returns null / RunCommand gives -1
+  bool timed_out = false;    // RunProcess: killed at its time limit
 };
 
 class FakeEnv : public platform::Env {
@@ -46,6 +47,9 @@ class FakeEnv : public platform::Env {
   std::function<bool(const std::string& command, CommandResult* result)>
       handler;
   std::vector<std::string> commands;  // every command line run, in order
+  // Every RunProcess, in order; its command line (argv joined by blanks)
+  // is also added to commands and answered by the same scripts.
+  std::vector<platform::ProcessSpec> processes;
   // Count of runs of one exact command line.
   int RunCount(const std::string& command) const;
 
@@ -63,6 +67,7 @@ class FakeEnv : public platform::Env {
   void SleepMs(unsigned ms) override;
   int RunCommand(const std::string& command) override;
   std::unique_ptr<platform::Pipe> OpenPipe(const std::string& command) override;
+  platform::ProcessResult RunProcess(const platform::ProcessSpec& spec) override;
   int ReadInputChar() override;
   void DiscardPendingInput() override {}
   bool IsDirectory(const std::string& path) override {
