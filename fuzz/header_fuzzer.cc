@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "fuzz_support.h"
 #include "image/image_file.h"
 #include "output/output.h"
 
@@ -30,7 +31,7 @@ void Check(TImageFileHandle* handle, const uint8_t* block, size_t length) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static TImageFileHandle* handle = [] {
-    OutputConstructor();
+    fuzzing::TheWorld();
     // XML output mode without a log: the rules' messages go nowhere.
     G_pOutputMessageHandle->SetOutputMode(eOutputXml);
     TImageFileHandle* h = new TImageFileHandle();
