@@ -2,7 +2,7 @@
 # Builds the project and runs every suite: unit, golden (the real binary),
 # root-only and end to end (the real binary against the simulated BMC, which
 # needs root for its namespace); then the unit and golden suites again under
-# ASan+UBSan, and a short run of the image header fuzzer.
+# ASan+UBSan, and a short run of every fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs=$(nproc)
