@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <map>
 
 #include "update/firmware_update.h"
 #include "fake_host.h"
@@ -123,6 +124,39 @@ TEST_F(ThreePhaseTest, HappyPath) {
                               "\n   FW Update Phase 3 : ", "   FW Update Phase 3 OK\n",
                               "   Get Firmware Update Status OK\n", "   iBMC Graceful Reset OK\n",
                               "   Get FW Version OK\n", "\n   Firmware update successfully\n"}));
+}
+
+// The BMC needs fixed pauses after the copy: before the status poll and
+// again before the reset. Sleeps are summed per gap between requests so the
+// check holds however a wait is sliced.
+TEST_F(ThreePhaseTest, FixedPausesBeforeTheStatusPollAndTheReset) {
+  std::map<size_t, unsigned> slept_before;  // request index -> ms slept before it
+  env.on_sleep = [&](unsigned ms) { slept_before[bmc.RequestLines().size()] += ms; };
+  ASSERT_EQ(0, Run());
+  const std::vector<std::string> all = Requests();
+  const size_t phase3 = std::find(all.begin(), all.end(), "08 21") - all.begin();
+  ASSERT_LT(phase3 + 2, all.size());
+  ASSERT_EQ("08 12 01", all[phase3 + 1]);
+  ASSERT_EQ(kGracefulReset, all[phase3 + 2]);
+  // The fixed pause, then the status poll's own second before its request.
+  EXPECT_EQ(5000u + 1000u, slept_before[phase3 + 1]);
+  EXPECT_EQ(3000u, slept_before[phase3 + 2]);
+}
+
+// Phase 1 is ready only when the BMC refuses a second start as already
+// under way; a retry refused for another reason is not.
+TEST_F(ThreePhaseTest, PhaseOneRetryWithAnotherErrorIsNotReady) {
+  Settings().u16PhaseOneWaitingTime = 3;
+  int starts = 0;
+  bmc.handler = [&, inner = bmc.handler](const BmcRequest& r, BmcAnswer* a) {
+    if (r.netfn == 0x08 && r.cmd == 0x10 && starts++ > 0) {
+      *a = BmcAnswer::Code(0xC0);  // busy, not "in progress"
+      return true;
+    }
+    return inner(r, a);
+  };
+  EXPECT_EQ(0x200 + 24, Run());
+  EXPECT_EQ("\r   FW Update Phase 1: Timeout\n", Out());
 }
 
 TEST_F(ThreePhaseTest, PhaseOneAsksOneMiBMoreThanTheImage) {
