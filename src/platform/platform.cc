@@ -8,6 +8,7 @@
 #include <spawn.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -19,29 +20,6 @@ extern char** environ;
 
 namespace platform {
 namespace {
-
-class PosixPipe : public Pipe {
- public:
-  explicit PosixPipe(FILE* f) : file_(f) {}
-  ~PosixPipe() override { Close(); }
-  int Close() override {
-    if (file_ != nullptr) {
-      status_ = pclose(file_);
-      file_ = nullptr;
-    }
-    return status_;
-  }
-  bool ReadLine(char* buf, int size) override {
-    return file_ != nullptr && fgets(buf, size, file_) != nullptr;
-  }
-  size_t Read(char* buf, size_t size) override {
-    return file_ != nullptr ? fread(buf, 1, size, file_) : 0;
-  }
-
- private:
-  FILE* file_;
-  int status_ = -1;
-};
 
 long long MonotonicMs() {
   struct timespec ts;
@@ -81,8 +59,10 @@ ProcessResult SpawnAndWait(const ProcessSpec& spec) {
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, fds[1], STDERR_FILENO);
+  if (spec.output != ChildOutput::kInherit)
+    posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+  if (spec.output == ChildOutput::kCaptureBoth)
+    posix_spawn_file_actions_adddup2(&actions, fds[1], STDERR_FILENO);
   posix_spawnattr_t attr;
   posix_spawnattr_init(&attr);
   // A group of its own: the terminal's SIGINT goes to our group only. The
@@ -165,16 +145,6 @@ class PosixEnv : public Env {
     while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
     }
   }
-  int RunCommand(const std::string& command) override {
-    fflush(nullptr);  // keep our output ahead of the child's
-    return system(command.c_str());
-  }
-  std::unique_ptr<Pipe> OpenPipe(const std::string& command) override {
-    fflush(nullptr);
-    FILE* f = popen(command.c_str(), "r");
-    if (f == nullptr) return nullptr;
-    return std::unique_ptr<Pipe>(new PosixPipe(f));
-  }
   ProcessResult RunProcess(const ProcessSpec& spec) override {
     return SpawnAndWait(spec);
   }
@@ -221,6 +191,51 @@ std::string CTime(time_t t) {
 }
 
 double DiffTime(time_t later, time_t earlier) { return difftime(later, earlier); }
+
+bool TextReader::ReadLine(char* buf, int size) {
+  if (pos_ >= text_.size() || size <= 0) return false;
+  size_t max = static_cast<size_t>(size) - 1;
+  size_t n = 0;
+  while (n < max && pos_ < text_.size()) {
+    char c = text_[pos_++];
+    buf[n++] = c;
+    if (c == '\n') break;
+  }
+  buf[n] = '\0';
+  return true;
+}
+
+size_t TextReader::Read(char* buf, size_t size) {
+  size_t left = text_.size() - pos_;
+  size_t n = size < left ? size : left;
+  memcpy(buf, text_.data() + pos_, n);
+  pos_ += n;
+  return n;
+}
+
+ProcessSpec ShellCommand(const std::string& command, ChildOutput output) {
+  ProcessSpec spec;
+  spec.argv = {"/bin/sh", "-c", command};
+  spec.output = output;
+  spec.timeout_ms = kShellTimeoutMs;
+  return spec;
+}
+
+std::string CommandText(const ProcessSpec& spec) {
+  if (spec.argv.size() == 3 && spec.argv[0] == "/bin/sh" && spec.argv[1] == "-c")
+    return spec.argv[2];
+  std::string text;
+  for (const std::string& word : spec.argv) {
+    if (!text.empty()) text += ' ';
+    text += word;
+  }
+  return text;
+}
+
+std::string TimeoutLine(const ProcessSpec& spec) {
+  return "   Command timed out after " + std::to_string(spec.timeout_ms / 1000) +
+         " s: " + CommandText(spec) + "\n";
+}
 
 std::string ShellQuoteIfNeeded(const std::string& text) {
   static const char kSafe[] =

@@ -7,7 +7,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <memory>
 #include <new>
 
 #include "image/image_file.h"
@@ -71,7 +70,7 @@ bool MayRemove(const std::string& path) {
 bool MakeDirectory(const std::string& path) {
   std::string command = "mkdir " + platform::ShellQuoteIfNeeded(path);
   Out().RedirectMessage(eRedirectDebug, "\n         %s", command.c_str());
-  return platform::GetEnv()->RunCommand(command) == 0;
+  return RunUsbCommandOk(command);
 }
 
 // The blank-separated words of text, as "%s" conversions would read them.
@@ -122,7 +121,7 @@ const char* ScratchPart(const std::string& mountedOn) {
 // next one.
 class DfReader {
  public:
-  explicit DfReader(platform::Pipe* pipe) : pipe_(pipe) {}
+  explicit DfReader(platform::TextReader* pipe) : pipe_(pipe) {}
 
   // The next text of at least seven fields, and its fields; false at the end.
   bool Next(std::string* text, std::vector<std::string>* fields) {
@@ -162,7 +161,7 @@ class DfReader {
     return !line->empty();
   }
 
-  platform::Pipe* pipe_;
+  platform::TextReader* pipe_;
 };
 
 struct DfLine {
@@ -226,6 +225,29 @@ void JoinNames(const std::vector<std::string>& names, std::string* joined) {
 }
 
 }  // namespace
+
+platform::ProcessResult RunUsbCommand(const std::string& command, bool capture) {
+  platform::ProcessSpec spec = platform::ShellCommand(
+      command, capture ? platform::ChildOutput::kCaptureStdout
+                       : platform::ChildOutput::kInherit);
+  if (capture) {
+    spec.env = {"LC_ALL=C"};
+    // Every line of a busy server's listing must reach the parser.
+    spec.output_limit = 4u << 20;
+  }
+  platform::ProcessResult result = platform::GetEnv()->RunProcess(spec);
+  if (result.timed_out) {
+    Out().RedirectMessage(eRedirectError, "%s",
+                          platform::TimeoutLine(spec).c_str());
+    result.started = false;
+  }
+  return result;
+}
+
+bool RunUsbCommandOk(const std::string& command) {
+  platform::ProcessResult result = RunUsbCommand(command, false);
+  return result.started && result.status == 0;
+}
 
 int WriteFirmwareConstructor() {
   G_pWriteFirmware = new (std::nothrow) TWriteFirmware();
@@ -359,7 +381,7 @@ int CreateAndMountUSBDevice(const char* device) {
     std::string command = "mount " + platform::ShellQuoteIfNeeded(device) +
                           " " + platform::ShellQuoteIfNeeded(directory);
     Out().RedirectMessage(eRedirectDebug, "\n       %s", command.c_str());
-    status = platform::GetEnv()->RunCommand(command);
+    status = RunUsbCommandOk(command) ? 0 : 1;
   }
   if (status != 0) {
     Out().RedirectMessage(eRedirectDebug, "\n     Mount %s %s failed\n", device,
@@ -376,13 +398,14 @@ int TWriteFirmware::IsMountedOnDirectoryFound() {
                       ? G_pFirmwareUpdate->GetUSBDeviceMinSize()
                       : 0;
   Out().RedirectMessage(eRedirectDebug, "\n     Get virtual media info");
-  std::unique_ptr<platform::Pipe> pipe = platform::GetEnv()->OpenPipe("df -Th");
-  if (!pipe) {
+  platform::ProcessResult df = RunUsbCommand("df -Th", true);
+  if (!df.started) {
     Out().RedirectMessage(eRedirectDebug, "\n       df -Th failed");
     return 1;
   }
 
-  DfReader reader(pipe.get());
+  platform::TextReader pipe(std::move(df.output));
+  DfReader reader(&pipe);
   std::string text;
   std::vector<std::string> fields;
   DfLine found;
@@ -405,7 +428,6 @@ int TWriteFirmware::IsMountedOnDirectoryFound() {
     found = line;
     passed = true;
   }
-  pipe.reset();
 
   if (!passed) {
     Out().RedirectMessage(eRedirectDebug,
@@ -473,7 +495,7 @@ int UnmountUSBDevice(const char* directory) {
     return 1;
   }
   std::string command = "umount " + platform::ShellQuoteIfNeeded(directory);
-  if (platform::GetEnv()->RunCommand(command) != 0) {
+  if (!RunUsbCommandOk(command)) {
     Out().RedirectMessage(eRedirectDebug, "\n   Unmount %s Failed\n",
                           directory);
     return 1;
@@ -490,7 +512,7 @@ int DeleteMountedDirectory(const char* directory) {
     return 1;
   }
   std::string command = "rm -rf " + platform::ShellQuoteIfNeeded(directory);
-  if (platform::GetEnv()->RunCommand(command) != 0) {
+  if (!RunUsbCommandOk(command)) {
     Out().RedirectMessage(eRedirectDebug, "Failed\n");
     return 1;
   }

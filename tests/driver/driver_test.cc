@@ -59,7 +59,7 @@ class RunMainTest : public ::testing::Test {
   void SetUp() override {
     COrvoUpdatePackage::ResetForTest();
     env_.handler = [](const std::string& cmd, CommandResult* r) {
-      if (cmd.find(" raw 0x06 0x01 ") != std::string::npos) {
+      if (cmd.find(" raw 0x06 0x01") != std::string::npos) {
         r->output = " 20 01 02 05 02 bf 57 01 00 00 00 00 00 00 00\n";
       } else {
         r->output = "Error: Unable to establish LAN session\n";
@@ -228,7 +228,7 @@ TEST_F(RunMainTest, XmlInventoryAsksNothingAndUpdatesNothing) {
   EXPECT_EQ("", err_);
   // The search and the document's own version read, nothing else.
   EXPECT_EQ(2u, env_.commands.size());
-  EXPECT_EQ(2, CountCommands(" raw 0x06 0x01 "));
+  EXPECT_EQ(2, CountCommands(" raw 0x06 0x01"));
   EXPECT_EQ(0u, env_.input_pos);
 }
 

@@ -18,8 +18,8 @@ namespace testing_support {
 
 struct CommandResult {
   std::string output;   // what the command prints (pipes only)
-  int status = 0;       // wait status of RunCommand and of a pipe's Close
-  bool start_fails = false;  // OpenPipe returns null / RunCommand gives -1
+  int status = 0;       // wait status
+  bool start_fails = false;  // the program cannot be started
   bool timed_out = false;    // RunProcess: killed at its time limit
 };
 
@@ -46,6 +46,10 @@ class FakeEnv : public platform::Env {
   // through to "no such command" (status 127, empty output).
   std::function<bool(const std::string& command, CommandResult* result)>
       handler;
+  // Consulted for programs without a script, with their argument vector
+  // and environment as given (before handler).
+  std::function<bool(const platform::ProcessSpec& spec, CommandResult* result)>
+      process_handler;
   std::vector<std::string> commands;  // every command line run, in order
   // Every RunProcess, in order; its command line (argv joined by blanks)
   // is also added to commands and answered by the same scripts.
@@ -65,8 +69,6 @@ class FakeEnv : public platform::Env {
   // platform::Env
   time_t Now() override { return now; }
   void SleepMs(unsigned ms) override;
-  int RunCommand(const std::string& command) override;
-  std::unique_ptr<platform::Pipe> OpenPipe(const std::string& command) override;
   platform::ProcessResult RunProcess(const platform::ProcessSpec& spec) override;
   int ReadInputChar() override;
   void DiscardPendingInput() override {}
@@ -78,6 +80,7 @@ class FakeEnv : public platform::Env {
 
  private:
   CommandResult Lookup(const std::string& command);
+  bool Find(const std::string& command, CommandResult* result);
   std::map<std::string, std::deque<CommandResult>> scripts_;
   unsigned ms_remainder_ = 0;
 };
