@@ -13,6 +13,7 @@
 #include "output/output.h"
 #include "output/update_package.h"
 #include "update/firmware_update.h"
+#include "update/update_steps.h"
 #include "usb/write_firmware.h"
 
 uint8_t G_u8EntityID = 0;
@@ -195,6 +196,7 @@ int RunMain(int argc, char** argv) {
   G_u8HostNeedRebootFlag = 0;
   G_u8BMCNeedReboot = 0;
   G_u8CipherValue = 0xFF;
+  update_steps::ResetInterruptNotes();
 
   // 1. Objects, then the settings file so that the options win over it.
   sImageHeaderTag emptyHeader;
@@ -245,7 +247,9 @@ int RunMain(int argc, char** argv) {
   DeleteFwImageFilenameList(&fileList);
   UinitKcsDriver();
   if (rc != RC_COMMAND_LINE_ERROR) CheckOptionCombination();
-  G_pOutputMessageHandle->OutputReturnCode(rc);
+  // A stopped run says so instead of naming the failure it was turned into.
+  if (!update_steps::Interrupted()) G_pOutputMessageHandle->OutputReturnCode(rc);
+  const int finalRc = update_steps::ReportIfInterrupted(rc);
   MainDestructor();
-  return rc;
+  return finalRc;
 }

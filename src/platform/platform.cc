@@ -1,5 +1,7 @@
 #include "platform/platform.h"
 
+#include "platform/signals.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -142,7 +144,11 @@ class PosixEnv : public Env {
     struct timespec ts;
     ts.tv_sec = ms / 1000;
     ts.tv_nsec = static_cast<long>(ms % 1000) * 1000000L;
+    // The first stop request ends the pause at once so the run reacts in
+    // time; pauses of the clean-up that follows are kept whole.
+    const bool stopping = PendingSignal() != 0;
     while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+      if (!stopping && PendingSignal() != 0) break;
     }
   }
   ProcessResult RunProcess(const ProcessSpec& spec) override {
@@ -157,6 +163,18 @@ class PosixEnv : public Env {
   bool IsDirectory(const std::string& path) override {
     struct stat st;
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+  }
+  bool PathExists(const std::string& path) override {
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+  }
+  bool IsMountPoint(const std::string& path) override {
+    // A mounted file system has another device than the directory above
+    // it (bind mounts of one file system aside, which we never make).
+    struct stat st, parent;
+    if (stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return false;
+    if (stat((path + "/..").c_str(), &parent) != 0) return false;
+    return st.st_dev != parent.st_dev || st.st_ino == parent.st_ino;
   }
   int BlockDeviceSectors(const std::string& path,
                          unsigned long* sectors) override {

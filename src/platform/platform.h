@@ -77,6 +77,10 @@ class Env {
   virtual void DiscardPendingInput() = 0;
 
   virtual bool IsDirectory(const std::string& path) = 0;
+  // Something (of any type) is at path; a symbolic link is not followed.
+  virtual bool PathExists(const std::string& path) = 0;
+  // path is a directory with another file system mounted on it.
+  virtual bool IsMountPoint(const std::string& path) = 0;
   // Size of a block device in 512-byte sectors (BLKGETSIZE on the device
   // opened read-only). Returns 0, or -1 when it cannot be opened, -2 when
   // the size request fails.

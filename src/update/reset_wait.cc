@@ -66,7 +66,7 @@ sWaitTimesTag WaitForBMC(uint16_t waitingTime, int firstAttemptMax,
     latest = env->Now();
     elapsed = update_steps::Elapsed(latest, times.tStart);
     --counter;
-  } while (elapsed <= waitingTime);
+  } while (elapsed <= waitingTime && !update_steps::Interrupted());
   times.tStop = latest;
   times.dElapsed = elapsed;
   return times;

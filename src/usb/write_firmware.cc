@@ -32,6 +32,9 @@ const size_t kDfMaxAccumulated = 8192;
 
 TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
 
+// The scratch directory this run made, for the clean-up after an interrupt.
+std::string g_createdScratch;
+
 bool IsLayer1Parent(const std::string& path, size_t* index) {
   for (size_t i = 0; i < 3; ++i) {
     if (path == G_chMountedOnLayer1[i]) {
@@ -263,6 +266,21 @@ int WriteFirmwareDestructor() {
 void ResetMountFlagsForTest() {
   memset(G_bMkdirMountedOnLayer1, 0, sizeof(G_bMkdirMountedOnLayer1));
   G_bMkdirMountedOnLayer2 = 0;
+  g_createdScratch.clear();
+}
+
+int TWriteFirmware::RemoveCreatedDirectories() {
+  int failed = 0;
+  if (G_bMkdirMountedOnLayer2 == 1 && !g_createdScratch.empty() &&
+      platform::GetEnv()->PathExists(g_createdScratch)) {
+    failed |= DeleteMountedDirectory(g_createdScratch.c_str());
+  }
+  for (size_t i = 0; i < 3; ++i) {
+    if (G_bMkdirMountedOnLayer1[i] == 1 &&
+        platform::GetEnv()->PathExists(G_chMountedOnLayer1[i]))
+      failed |= DeleteMountedDirectory(G_chMountedOnLayer1[i]);
+  }
+  return failed;
 }
 
 int TWriteFirmware::ManuallyMountUSBDevice() {
@@ -357,6 +375,14 @@ int CreateMountedDirectory(char* path, size_t size) {
     memcpy(path, scratch.c_str(), scratch.size() + 1);
     Out().RedirectMessage(eRedirectDebug, "\n       Check if %s exists", path);
     if (platform::GetEnv()->IsDirectory(scratch)) return 0;
+    // Someone else's file by that name is never replaced or removed.
+    if (platform::GetEnv()->PathExists(scratch)) {
+      Out().RedirectMessage(eRedirectDebug,
+                            "\n       %s exists and is no directory; left alone",
+                            path);
+      continue;
+    }
+    g_createdScratch = scratch;
 
     // Set even when the mkdir fails, so that the unmount step cleans up.
     G_bMkdirMountedOnLayer2 = 1;
@@ -509,6 +535,19 @@ int DeleteMountedDirectory(const char* directory) {
   Out().RedirectMessage(eRedirectDebug, "\n   Delete %s : ", shown);
   if (directory == nullptr || !MayRemove(directory)) {
     Out().RedirectMessage(eRedirectDebug, "Refused, not a scratch directory\n");
+    return 1;
+  }
+  // "rm -rf" on a mount point would empty the stick the BMC reads.
+  if (platform::GetEnv()->IsMountPoint(directory)) {
+    Out().RedirectMessage(eRedirectDebug, "Refused, still a mount point\n");
+    const char* device =
+        G_pWriteFirmware != nullptr && G_pWriteFirmware->DeviceName()[0] != '\0'
+            ? G_pWriteFirmware->DeviceName()
+            : "A device";
+    Out().RedirectMessage(eRedirectError,
+                          "   %s is still mounted on %s; release it with: "
+                          "umount %s\n",
+                          device, directory, directory);
     return 1;
   }
   std::string command = "rm -rf " + platform::ShellQuoteIfNeeded(directory);

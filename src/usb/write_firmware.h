@@ -31,6 +31,9 @@ class TWriteFirmware {
   int TestVirtualUSBDevice();
   int WriteFileToUSBKey(const char* path);
   int ManuallyUnmountUSBDevice(int flag);
+  // After an interrupt: removes the scratch directory and parents that this
+  // run created, unless something is still mounted there. 0 when all went.
+  int RemoveCreatedDirectories();
 
   const char* DeviceName() const { return achDeviceName; }
   const char* MountedOn() const { return achMountedOn; }

@@ -63,6 +63,8 @@ class FakeEnv : public platform::Env {
 
   // --- file system facts ---
   std::set<std::string> directories;
+  std::set<std::string> files;         // other things that exist
+  std::set<std::string> mount_points;  // directories with a mount on them
   // Sector counts of block devices; -1 = cannot open, -2 = ioctl fails.
   std::map<std::string, long> block_devices;
 
@@ -74,6 +76,12 @@ class FakeEnv : public platform::Env {
   void DiscardPendingInput() override {}
   bool IsDirectory(const std::string& path) override {
     return directories.count(path) != 0;
+  }
+  bool PathExists(const std::string& path) override {
+    return directories.count(path) != 0 || files.count(path) != 0;
+  }
+  bool IsMountPoint(const std::string& path) override {
+    return mount_points.count(path) != 0;
   }
   int BlockDeviceSectors(const std::string& path,
                          unsigned long* sectors) override;
