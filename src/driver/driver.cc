@@ -202,7 +202,8 @@ int RunMain(int argc, char** argv) {
   sImageHeaderTag emptyHeader;
   memset(&emptyHeader, 0, sizeof(emptyHeader));
   MainConstructor();
-  if (G_pConfigHandle != nullptr) G_pConfigHandle->ReadConfigFile();
+  int configRc = RC_SUCCESS;
+  if (G_pConfigHandle != nullptr) configRc = G_pConfigHandle->ReadConfigFile();
 
   // 2.
   COrvoUpdatePackage::IsBMC(true);
@@ -211,6 +212,8 @@ int RunMain(int argc, char** argv) {
   char** fileList = nullptr;
   int fileCount = 0;
   int rc = CreateFwImageFilenameList(&fileList);
+  // A settings file that is no regular file stops the run before anything.
+  if (rc == RC_SUCCESS && configRc == RC_FILE_ERROR) rc = RC_FILE_ERROR;
   if (rc != RC_SUCCESS) G_pOutputMessageHandle->OutputUtilityHeader();
 
   // 4.-7. Options, settings report, channel, BMC search.
