@@ -1,8 +1,10 @@
 #include "driver/driver.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include <new>
+#include <string>
 
 #include "bmc/bmc_handle.h"
 #include "driver/config.h"
@@ -12,6 +14,7 @@
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
 #include "output/update_package.h"
+#include "platform/platform.h"
 #include "update/firmware_update.h"
 #include "update/update_steps.h"
 #include "usb/write_firmware.h"
@@ -35,6 +38,53 @@ void ReleaseAbandonedRun() {
   DeleteFwImageFilenameList(&g_ppchAbandonedList);
   MainDestructor();
   g_bRunAbandoned = false;
+}
+
+// One run per BMC: the lock is taken before the first request that can
+// change the BMC and held until the run ends.
+const char kLockDirectory[] = "/run/lock";
+std::string g_lockPath;
+
+std::string LockPathForTarget() {
+  const char* directory = getenv("VRXFWUL_LOCK_DIR");
+  if (directory == nullptr || directory[0] == '\0') directory = kLockDirectory;
+  std::string target = "kcs";
+  if (G_EnableIPMILan == 1) {
+    const char* host = G_pFirmwareUpdate != nullptr ? G_pFirmwareUpdate->GetHostIP() : "";
+    target = std::string("lan-") + (host != nullptr ? host : "");
+    for (size_t i = 4; i < target.size(); ++i) {
+      const char c = target[i];
+      const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                         (c >= '0' && c <= '9') || c == '.' || c == '-' || c == ':';
+      if (!plain) target[i] = '_';
+    }
+  }
+  return std::string(directory) + "/vrxfwul-" + target + ".lock";
+}
+
+int LockTheBmc() {
+  const std::string path = LockPathForTarget();
+  const int taken = platform::GetEnv()->TryLock(path);
+  if (taken == 0) {
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectError,
+        "\n   Another vrxfwul run is updating this BMC (lock %s)\n", path.c_str());
+    return RC_UPDATE_IN_PROGRESS;
+  }
+  // Without a lock directory (no /run/lock) the update still goes ahead.
+  if (taken < 0)
+    G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
+                                            "\n   Cannot open the lock %s\n",
+                                            path.c_str());
+  else
+    g_lockPath = path;
+  return RC_SUCCESS;
+}
+
+void UnlockTheBmc() {
+  if (g_lockPath.empty()) return;
+  platform::GetEnv()->Unlock(g_lockPath);
+  g_lockPath.clear();
 }
 
 bool Ask(const char* question) {
@@ -238,6 +288,7 @@ int RunMain(int argc, char** argv) {
   }
 
   // 10.
+  if (rc == RC_SUCCESS && !inventory) rc = LockTheBmc();
   if (rc == RC_SUCCESS && !inventory) {
     if (G_pBMCHandle->GetFwUpdateMode() == eFwUpdateModeRemote)
       rc = DispatchRemoteUpdate();
@@ -253,6 +304,7 @@ int RunMain(int argc, char** argv) {
   // A stopped run says so instead of naming the failure it was turned into.
   if (!update_steps::Interrupted()) G_pOutputMessageHandle->OutputReturnCode(rc);
   const int finalRc = update_steps::ReportIfInterrupted(rc);
+  UnlockTheBmc();
   MainDestructor();
   return finalRc;
 }

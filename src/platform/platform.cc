@@ -1,7 +1,5 @@
 #include "platform/platform.h"
 
-#include "platform/signals.h"
-
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -11,12 +9,17 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <map>
+
+#include "platform/signals.h"
 
 extern char** environ;
 
@@ -176,6 +179,24 @@ class PosixEnv : public Env {
     if (stat((path + "/..").c_str(), &parent) != 0) return false;
     return st.st_dev != parent.st_dev || st.st_ino == parent.st_ino;
   }
+  int TryLock(const std::string& path) override {
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0) return -1;
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+      const bool busy = errno == EWOULDBLOCK;
+      close(fd);
+      return busy ? 0 : -1;
+    }
+    Unlock(path);  // a lock taken twice is held once
+    locks_[path] = fd;
+    return 1;
+  }
+  void Unlock(const std::string& path) override {
+    auto it = locks_.find(path);
+    if (it == locks_.end()) return;
+    close(it->second);
+    locks_.erase(it);
+  }
   int BlockDeviceSectors(const std::string& path,
                          unsigned long* sectors) override {
     int fd = open(path.c_str(), O_RDONLY);
@@ -187,6 +208,9 @@ class PosixEnv : public Env {
     *sectors = count;
     return 0;
   }
+
+ private:
+  std::map<std::string, int> locks_;
 };
 
 Env* g_env = nullptr;

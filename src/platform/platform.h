@@ -81,6 +81,12 @@ class Env {
   virtual bool PathExists(const std::string& path) = 0;
   // path is a directory with another file system mounted on it.
   virtual bool IsMountPoint(const std::string& path) = 0;
+  // An advisory lock (flock) on the file at path, created if missing and
+  // held until Unlock or exit: 1 when taken, 0 when another process holds
+  // it, -1 when the file cannot be opened.
+  virtual int TryLock(const std::string& path) = 0;
+  virtual void Unlock(const std::string& path) = 0;
+
   // Size of a block device in 512-byte sectors (BLKGETSIZE on the device
   // opened read-only). Returns 0, or -1 when it cannot be opened, -2 when
   // the size request fails.

@@ -65,6 +65,8 @@ class FakeEnv : public platform::Env {
   std::set<std::string> directories;
   std::set<std::string> files;         // other things that exist
   std::set<std::string> mount_points;  // directories with a mount on them
+  std::set<std::string> locks;                 // held by this run
+  std::set<std::string> locks_held_elsewhere;  // held by another run
   // Sector counts of block devices; -1 = cannot open, -2 = ioctl fails.
   std::map<std::string, long> block_devices;
 
@@ -83,6 +85,12 @@ class FakeEnv : public platform::Env {
   bool IsMountPoint(const std::string& path) override {
     return mount_points.count(path) != 0;
   }
+  int TryLock(const std::string& path) override {
+    if (locks_held_elsewhere.count(path) != 0) return 0;
+    locks.insert(path);
+    return 1;
+  }
+  void Unlock(const std::string& path) override { locks.erase(path); }
   int BlockDeviceSectors(const std::string& path,
                          unsigned long* sectors) override;
 
