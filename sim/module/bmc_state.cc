@@ -1,6 +1,5 @@
 #include "bmc_state.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -135,14 +134,11 @@ std::vector<uint8_t> Bmc::BuildFru() const {
   for (uint8_t b : area) sum = static_cast<uint8_t>(sum + b);
   area.back() = static_cast<uint8_t>(-sum);
 
-  // Sized once: the common header, then the area copied behind it.
-  std::vector<uint8_t> fru(8 + area.size(), 0);
-  fru[0] = 0x01;
-  fru[4] = 0x01;
+  std::vector<uint8_t> fru = {0x01, 0, 0, 0, 0x01, 0, 0, 0};
   sum = 0;
   for (int i = 0; i < 7; ++i) sum = static_cast<uint8_t>(sum + fru[i]);
   fru[7] = static_cast<uint8_t>(-sum);
-  std::copy(area.begin(), area.end(), fru.begin() + 8);
+  fru.insert(fru.end(), area.begin(), area.end());
   return fru;
 }
 

@@ -1,6 +1,5 @@
 #include "image_header.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -72,9 +71,8 @@ std::vector<uint8_t> BuildImage(const ImageRecipe& recipe) {
   unsigned count = recipe.partitions > kMaxPartitions
                        ? static_cast<unsigned>(kMaxPartitions)
                        : recipe.partitions;
-  // Sized once: the header's 512 bytes, then the body copied behind them.
-  std::vector<uint8_t> image(kHeaderSize + recipe.body.size(), 0);
-  std::copy(recipe.body.begin(), recipe.body.end(), image.begin() + kHeaderSize);
+  std::vector<uint8_t> image(kHeaderSize, 0);
+  image.insert(image.end(), recipe.body.begin(), recipe.body.end());
   uint8_t* h = image.data();
   h[4] = 1;
   h[5] = recipe.info.imageType;

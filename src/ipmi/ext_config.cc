@@ -305,8 +305,7 @@ int ReadFRU(uint8_t offset, uint8_t count, uint8_t* out) {
 }  // namespace
 
 int GetFRUProductName(unsigned char* name) {
-  // Zeroed: a read that reports success with fewer bytes leaves no garbage.
-  uint8_t au8Header[kFRUHeaderSize] = {};
+  uint8_t au8Header[kFRUHeaderSize];
   int result = ReadFRU(0, kFRUHeaderSize, au8Header);
   if (result != 0) return result;
   uint8_t u8Sum = 0;
@@ -318,7 +317,7 @@ int GetFRUProductName(unsigned char* name) {
   if (areaOffset == 0 || areaOffset > 0xFF) return 1;
   uint8_t u8Offset = static_cast<uint8_t>(areaOffset);
 
-  uint8_t au8AreaHead[2] = {0, 0};
+  uint8_t au8AreaHead[2];
   result = ReadFRU(u8Offset, 2, au8AreaHead);
   if (result != 0) return result;
   size_t areaLength = au8AreaHead[1] * 8u;
