@@ -333,11 +333,10 @@ const char* GetOptionReturnCodeString(int code) {
 
 namespace {
 
-const char kPasswordPrefix[] = "-P=";
 const char kMaskedPassword[] = "-P=********";
 
 bool IsPasswordArgument(const char* arg) {
-  return arg != nullptr && strncmp(arg, kPasswordPrefix, 3) == 0;
+  return arg != nullptr && arg[0] == '-' && arg[1] == 'P' && arg[2] == '=';
 }
 
 // The argument as it may be shown or logged: a password never is.
