@@ -19,11 +19,14 @@
 #                     "vrx " is prepended); for every BMC of a rack
 #   --count N         N simulated BMCs (1-50, default 1)
 #   --bmc-at K "CMD"  like --bmc, for BMC K (1..N) only, after the --bmc ones,
-#                     e.g. --bmc-at 3 "set version 1 40 0"
+#                     e.g. --bmc-at 3 "set version 1 0x40 0"
 #   --ipmitool-timeouts N R
 #                     put an ipmitool wrapper first on PATH that adds -N N -R R
 #   --timeout SEC     limit for COMMAND (default 600)
 #   --keep            keep the working directory for inspection
+#
+# The BMC user's password is VRX_SIM_BMC_PASSWORD from the environment, else
+# "secret" (up to 16 letters, digits and ".-_+").
 #
 # COMMAND sees: VRX_SIM_HOST, VRX_SIM_USER, VRX_SIM_PASSWORD, VRX_SIM_DIR,
 # VRX_SIM_LOG (request log), VRX_SIM_FILES (served directory),
@@ -42,7 +45,6 @@ readonly REPO=$(cd "$SIM_SRC/.." && pwd)
 readonly CONSOLE_PORT=9000
 readonly KCS_PORT=9015
 readonly SIM_USER=admin
-readonly SIM_PASSWORD=secret
 
 orig_args=("$@")
 build=${VRX_BUILD_DIR:-$REPO/build}
@@ -51,6 +53,8 @@ serve=()
 bmc_cmds=()
 bmc_at=()
 count=1
+# From the environment, not an option, so that no process listing shows it.
+SIM_PASSWORD=${VRX_SIM_BMC_PASSWORD:-secret}
 ipmitool_n=""
 ipmitool_r=""
 timeout_s=600
@@ -83,6 +87,7 @@ while [ $# -gt 0 ]; do
 done
 [ $# -gt 0 ] || die "no command given"
 [ "$servers" = none ] && servers=""
+[[ "$SIM_PASSWORD" =~ ^[A-Za-z0-9._+-]{1,16}$ ]] || die "VRX_SIM_BMC_PASSWORD: 1-16 of A-Z a-z 0-9 . _ + -"
 [[ "$count" =~ ^[1-9][0-9]?$ ]] && [ "$count" -le 50 ] || die "--count wants 1-50, not $count"
 for ((i = 0; i < ${#bmc_at[@]}; i += 2)); do
   [[ "${bmc_at[$i]}" =~ ^[1-9][0-9]*$ ]] && [ "${bmc_at[$i]}" -le "$count" ] ||
@@ -236,7 +241,7 @@ done
 # bmc_answers PID HOST
 bmc_answers() {
   kill -0 "$1" 2>/dev/null || return 0  # gone: stop waiting
-  ipmitool -N 1 -R 1 -I lan -H "$2" -U "$SIM_USER" -P "$SIM_PASSWORD" raw 6 1
+  IPMI_PASSWORD=$SIM_PASSWORD ipmitool -N 1 -R 1 -I lan -H "$2" -U "$SIM_USER" -E raw 6 1
 }
 for ((i = 0; i < count; i++)); do
   wait_for "${bmc_names[$i]}" bmc_answers "${bmc_pids[$i]}" "${bmc_hosts[$i]}"
