@@ -9,6 +9,7 @@ packages=(
   ipmitool openipmi libopenipmi-dev
   fdisk util-linux dosfstools mtools
   iproute2 busybox curl python3 python3-pyftpdlib mandoc
+  ansible-core ansible-lint
 )
 missing=()
 for p in "${packages[@]}"; do
