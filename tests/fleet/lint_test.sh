@@ -15,7 +15,7 @@ export ANSIBLE_COLLECTIONS_PATH=$src/ansible ANSIBLE_NOCOLOR=1 ANSIBLE_LOCAL_TEM
 export ANSIBLE_VAULT_PASSWORD_FILE=$src/ansible/examples/vault-password.txt
 
 cd "$src/ansible" || exit 1
-out=$(timeout 600 ansible-lint --nocolor 2>&1)
+out=$(timeout 600 ansible-lint --nocolor --offline 2>&1)
 rc=$?
 echo "$out" | tail -n 5
 [ "$rc" -eq 0 ] || fail "ansible-lint exited with $rc"
