@@ -42,7 +42,11 @@ options:
     description:
       - IPMI password of I(user). Never passed on a command line.
       - When not given, the value of C(IPMI_PASSWORD) in the module's
-        environment is used.
+        environment is used, for example exported before C(ansible-playbook)
+        runs with C(ansible_connection=local).
+      - Do not set C(IPMI_PASSWORD) with the task keyword C(environment);
+        Ansible puts such values on the shell command line that starts the
+        module, where any process listing shows them.
     type: str
   interface:
     description: C(lan) for IPMI 1.5 (RMCP) or C(lanplus) for IPMI 2.0 (RMCP+) (C(-L)).
@@ -147,14 +151,14 @@ EXAMPLES = r'''
     image: /srv/firmware/firmimg.k9
   register: bmc_update
 
+# The password from IPMI_PASSWORD exported where ansible-playbook runs
+# (ansible_connection=local hands its environment to the module).
 - name: Only report what would change
   vrx.firmware.vrxfwul:
     bmc_host: "{{ bmc_host }}"
     user: admin
     uri: tftp://files.mgmt.example/firmimg.k9
     expected_version: "1.52"
-  environment:
-    IPMI_PASSWORD: "{{ vault_bmc_password }}"
   check_mode: true
 '''
 
