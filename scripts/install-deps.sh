@@ -9,6 +9,7 @@ packages=(
   ipmitool openipmi libopenipmi-dev
   fdisk util-linux dosfstools mtools
   iproute2 busybox curl python3 python3-pyftpdlib
+  dpkg-dev lintian mandoc man-db
 )
 missing=()
 for p in "${packages[@]}"; do
