@@ -21,6 +21,11 @@ namespace {
 
 const char kLibraryName[] = "libopenraw.so";
 
+// Relative to the installation prefix, e.g. lib/vrxfwul.
+#ifndef VRX_PRIVATE_LIBDIR
+#define VRX_PRIVATE_LIBDIR "lib/vrxfwul"
+#endif
+
 bool g_bUseTestEntries = false;
 RawEntryPoints g_sTestEntries = {nullptr, nullptr, nullptr, nullptr};
 
@@ -42,12 +47,18 @@ std::string ExecutableDirectory() {
   return achPath;
 }
 
+// The loader's search path, then the executable's directory, then the
+// private library directory of the installation (where the open library
+// over /dev/ipmi0 lives), so a vendor library placed as before still wins.
 void* OpenLibrary() {
   void* pHandle = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
   if (pHandle != nullptr) return pHandle;
   std::string strDir = ExecutableDirectory();
   if (strDir.empty()) return nullptr;
   std::string strPath = strDir + "/" + kLibraryName;
+  pHandle = dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (pHandle != nullptr) return pHandle;
+  strPath = strDir + "/../" VRX_PRIVATE_LIBDIR "/" + kLibraryName;
   return dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
