@@ -306,9 +306,7 @@ void Bmc::UsbPhase(uint8_t step, Reply* r) {
     task_.device = workDir_ + name;
     unlink(task_.device.c_str());
     task_.attempt = 0;
-    task_.job = host_->Spawn({"mkfs.vfat", "-C", task_.device,
-                              std::to_string(usbSizeMb_ * 1024)},
-                             workDir_ + "/jobs.log");
+    task_.job = host_->Spawn(MakeStickCommand(), workDir_ + "/jobs.log");
     Enter(Phase::kUsbAttaching);
     return;
   }
@@ -320,6 +318,21 @@ void Bmc::UsbPhase(uint8_t step, Reply* r) {
     return;
   }
   r->cc = kCcWrongState;
+}
+
+// The stick's image: FAT on the whole device (superfloppy), FAT in one
+// partition starting at 1 MiB, or no file system at all (blank).
+std::vector<std::string> Bmc::MakeStickCommand() const {
+  const std::string kib = std::to_string(usbSizeMb_ * 1024);
+  if (usbLayout_ == "partitioned")
+    return {"sh", "-c",
+            "truncate -s \"$2\"K \"$1\" && "
+            "echo 'start=2048, type=6' | sfdisk -q \"$1\" && "
+            "mkfs.vfat --offset 2048 \"$1\" $(($2 - 1024))",
+            "sh", task_.device, kib};
+  if (usbLayout_ == "blank")
+    return {"truncate", "-s", kib + "K", task_.device};
+  return {"mkfs.vfat", "-C", task_.device, kib};
 }
 
 void Bmc::StatusOf(uint8_t id, Reply* r) {
@@ -483,8 +496,11 @@ void Bmc::StepTask() {
       }
       task_.file = task_.device + ".k9";
       unlink(task_.file.c_str());
+      // A partitioned stick holds its FAT in the partition at 1 MiB.
       task_.job = host_->Spawn(
-          {"mcopy", "-n", "-i", task_.device, "::firmimg.k9", task_.file},
+          {"mcopy", "-n", "-i",
+           usbLayout_ == "partitioned" ? task_.device + "@@1M" : task_.device,
+           "::firmimg.k9", task_.file},
           workDir_ + "/jobs.log");
       Enter(Phase::kUsbReading);
       return;
@@ -772,6 +788,10 @@ std::string Bmc::Set(const std::string& key, const std::vector<std::string>& v) 
     fetchTimeoutS_ = static_cast<int>(a);
   } else if (key == "usb_size_mb" && one(4096, &a) && a > 0) {
     usbSizeMb_ = static_cast<unsigned>(a);
+  } else if (key == "usb_layout" && v.size() == 1 &&
+             (v[0] == "superfloppy" || v[0] == "partitioned" ||
+              v[0] == "blank")) {
+    usbLayout_ = v[0];
   } else if (key == "workdir" && v.size() == 1) {
     workDir_ = v[0];
   } else if (key == "hook" && v.size() <= 1) {
