@@ -488,6 +488,16 @@ void Bmc::StepTask() {
       }
       Enter(Phase::kUsbReady);
       return;
+    case Phase::kUsbReady:
+      // A host that never says the image is there: the BMC ends the
+      // session, pulls its stick and fails the task.
+      if (usbReadyTimeoutMs_ > 0 && elapsed >= usbReadyTimeoutMs_) {
+        if (!hook_.empty())
+          host_->Spawn({hook_, "detach", task_.device}, workDir_ + "/jobs.log");
+        Record("usb session timed out");
+        Fail(kStAbort);
+      }
+      return;
     case Phase::kUsbDetaching:
       if (task_.job != 0 && host_->PollJob(task_.job, &code) == 0) return;
       if (code != 0) {
@@ -792,6 +802,8 @@ std::string Bmc::Set(const std::string& key, const std::vector<std::string>& v) 
              (v[0] == "superfloppy" || v[0] == "partitioned" ||
               v[0] == "blank")) {
     usbLayout_ = v[0];
+  } else if (key == "usb_ready_timeout_ms" && one(3600000, &a)) {
+    usbReadyTimeoutMs_ = static_cast<int64_t>(a);
   } else if (key == "workdir" && v.size() == 1) {
     workDir_ = v[0];
   } else if (key == "hook" && v.size() <= 1) {

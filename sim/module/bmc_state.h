@@ -177,6 +177,7 @@ class Bmc {
   std::string hook_;
   unsigned usbSizeMb_ = 64;
   std::string usbLayout_ = "superfloppy";
+  int64_t usbReadyTimeoutMs_ = 0;  // 0: the stick stays until phase 2
   std::vector<ScriptStep> script_;
 
   std::map<uint16_t, Fault> faults_;
