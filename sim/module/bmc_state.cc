@@ -262,6 +262,15 @@ void Bmc::StartTask(uint8_t source, uint8_t target, Reply* r) {
     r->cc = kCcInvalidData;
     return;
   }
+  // A host that starts anew while its stick is still plugged (it gave up
+  // without phase 2): the BMC may end that session and pull the stick.
+  if (usbRestart_ && task_.id != 0 && task_.phase == Phase::kUsbReady) {
+    Record("usb session abandoned: pulling the stick");
+    detachJob_ = hook_.empty() ? 0
+                               : host_->Spawn({hook_, "detach", task_.device},
+                                              workDir_ + "/jobs.log");
+    Fail(kStAbort);
+  }
   bool busy = task_.id != 0 && task_.phase != Phase::kDone &&
               task_.phase != Phase::kFailed && task_.phase != Phase::kIdle;
   if (busy) {
@@ -481,6 +490,9 @@ void Bmc::StepTask() {
         return;
       }
       if (task_.attempt == 0 && !hook_.empty()) {
+        // The previous stick must be out before the next goes in.
+        if (detachJob_ > 0 && host_->PollJob(detachJob_, &code) == 0) return;
+        detachJob_ = 0;
         task_.attempt = 1;
         task_.job = host_->Spawn({hook_, "attach", task_.device},
                                  workDir_ + "/jobs.log");
@@ -802,6 +814,8 @@ std::string Bmc::Set(const std::string& key, const std::vector<std::string>& v) 
              (v[0] == "superfloppy" || v[0] == "partitioned" ||
               v[0] == "blank")) {
     usbLayout_ = v[0];
+  } else if (key == "usb_restart" && one(1, &a)) {
+    usbRestart_ = a == 1;
   } else if (key == "usb_ready_timeout_ms" && one(3600000, &a)) {
     usbReadyTimeoutMs_ = static_cast<int64_t>(a);
   } else if (key == "workdir" && v.size() == 1) {

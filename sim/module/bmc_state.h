@@ -178,6 +178,8 @@ class Bmc {
   unsigned usbSizeMb_ = 64;
   std::string usbLayout_ = "superfloppy";
   int64_t usbReadyTimeoutMs_ = 0;  // 0: the stick stays until phase 2
+  bool usbRestart_ = false;  // a new start ends an abandoned stick session
+  int detachJob_ = 0;        // that session's detach, still running
   std::vector<ScriptStep> script_;
 
   std::map<uint16_t, Fault> faults_;

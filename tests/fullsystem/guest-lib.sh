@@ -5,31 +5,39 @@
 now() { cut -d' ' -f1 /proc/uptime; }
 mark() { echo "VRXGUEST $*"; }
 
-# start_program ARGS...: the program in its own session and process group,
-# as from a terminal; its pid (= process group) in $prog.
+# start_program ARGS...: the program as a terminal job (its own process
+# group, signals at their default actions); its pid (= process group) in
+# $prog and /tmp/vrx.pgid.
 start_program() {
   mark "run $* at $(now)"
   rm -f /tmp/vrx.log
-  setsid vrxfwul -l=/tmp/vrx.log "$@" >/tmp/vrx.out 2>/tmp/vrx.err </dev/null &
+  vrx-spawn vrxfwul -l=/tmp/vrx.log "$@" >/tmp/vrx.out 2>/tmp/vrx.err </dev/null &
   prog=$!
+  echo "$prog" >/tmp/vrx.pgid
+}
+
+# signal_group SIGNAL: as a terminal's ^C (INT) or a kill of the job.
+signal_group() {
+  mark "signal $1 at $(now)"
+  kill -"$1" -"$prog"
 }
 
 # finish_program: waits for it and prints its status, time and output.
 finish_program() {
   wait "$prog"
   rc=$?
-  mark "rc $rc at $(now)"
-  mark "stdout-begin"
+  mark "${tag:-}rc $rc at $(now)"
+  mark "${tag:-}stdout-begin"
   cat /tmp/vrx.out
   echo
-  mark "stdout-end"
-  mark "stderr-begin"
+  mark "${tag:-}stdout-end"
+  mark "${tag:-}stderr-begin"
   cat /tmp/vrx.err
-  mark "stderr-end"
-  mark "log-begin"
+  mark "${tag:-}stderr-end"
+  mark "${tag:-}log-begin"
   cat /tmp/vrx.log 2>/dev/null
   echo
-  mark "log-end"
+  mark "${tag:-}log-end"
 }
 
 run_program() {
@@ -52,13 +60,14 @@ wait_for() {
 
 copying() { [ -s /media/scrtch/firmimg.k9 ] || [ -s /mnt/scrtch/firmimg.k9 ]; }
 
-# report_state: what a run left behind.
+# report_state: what a run left behind. Marks carry $tag when a scenario
+# makes several runs.
 report_state() {
-  mark "mounts-begin"
+  mark "${tag:-}mounts-begin"
   cat /proc/mounts
-  mark "mounts-end"
+  mark "${tag:-}mounts-end"
   for d in /media/scrtch /mnt/scrtch /tmp/scrtch; do
-    [ -e "$d" ] && mark "left $d"
+    [ -e "$d" ] && mark "${tag:-}left $d"
   done
-  mark "state-end"
+  mark "${tag:-}state-end"
 }

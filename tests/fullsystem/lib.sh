@@ -26,6 +26,7 @@ fs_enter() {
     [ -x "$VRX_BUILD_DIR/vrxfwul" ] || fs_skip "$VRX_BUILD_DIR/vrxfwul not built"
     [ -f "$VRX_BUILD_DIR/src/openraw/libopenraw.so" ] ||
       fs_skip "libopenraw.so not built"
+    [ -x "$VRX_BUILD_DIR/tests/fullsystem/vrx-spawn" ] || fs_skip "vrx-spawn not built"
     # The base is built (or found in the cache) before the clock starts.
     FS_BASE=$("$FS_DIR/build-guest.sh") || fs_skip "guest base could not be built"
     export FS_BASE
@@ -70,9 +71,11 @@ fs_install_program() {
   local o=$FS_WORK/overlay libdir f lib
   libdir=$(sed -n 's/^CMAKE_INSTALL_LIBDIR:[A-Z]*=//p' "$VRX_BUILD_DIR/CMakeCache.txt")
   libdir=${libdir:-lib}
-  mkdir -p "$o/usr/local/sbin" "$o/usr/local/$libdir/vrxfwul" "$o/usr/lib/x86_64-linux-gnu"
+  mkdir -p "$o/usr/local/sbin" "$o/usr/local/bin" "$o/usr/local/$libdir/vrxfwul" \
+    "$o/usr/lib/x86_64-linux-gnu"
   cp "$VRX_BUILD_DIR/vrxfwul" "$o/usr/local/sbin/"
   cp "$VRX_BUILD_DIR/src/openraw/libopenraw.so" "$o/usr/local/$libdir/vrxfwul/"
+  cp "$VRX_BUILD_DIR/tests/fullsystem/vrx-spawn" "$o/usr/local/bin/"
   for f in "$VRX_BUILD_DIR/vrxfwul" "$VRX_BUILD_DIR/src/openraw/libopenraw.so"; do
     for lib in $(ldd "$f" | awk '/=> \// {print $3}'); do
       cp -L "$lib" "$o/usr/lib/x86_64-linux-gnu/"
@@ -139,13 +142,14 @@ fs_value() {
   awk -v k="$1" '$1 == "VRXGUEST" && $2 == k {v = $3} END {print v}' <<<"$FS_CONSOLE"
 }
 
-# The guest left nothing behind: no scratch mount, no scratch directory.
+# fs_check_clean [TAG]: the run left nothing behind: no scratch mount, no
+# scratch directory.
 fs_check_clean() {
-  local mounts
-  mounts=$(fs_section mounts)
-  check_not_contains "${1:-}nothing mounted on a scratch directory" "scrtch" "$mounts"
-  check_not_contains "${1:-}no stick mounted" "/dev/sdb" "$mounts"
-  check_not_contains "${1:-}no scratch directory left" "VRXGUEST left" "$FS_CONSOLE"
+  local tag=${1:-} mounts
+  mounts=$(fs_section "${tag}mounts")
+  check_not_contains "${tag}nothing mounted on a scratch directory" "scrtch" "$mounts"
+  check_not_contains "${tag}no stick mounted" "/dev/sdb" "$mounts"
+  check_not_contains "${tag}no scratch directory left" "VRXGUEST ${tag}left" "$FS_CONSOLE"
 }
 
 # The image the BMC read back from the detached stick.
@@ -156,6 +160,6 @@ fs_readback() { ls -t "$VRX_SIM_DIR"/bmc/usb-*.img.k9 2>/dev/null | head -n1; }
 fs_times() {
   local run_at rc_at
   run_at=$(awk '$2 == "run" {for (i = 1; i <= NF; i++) if ($i == "at") print $(i+1)}' <<<"$FS_CONSOLE" | head -n1)
-  rc_at=$(awk '$2 == "rc" {print $5}' <<<"$FS_CONSOLE" | tail -n1)
+  rc_at=$(awk '$2 ~ /(^|-)rc$/ {print $5}' <<<"$FS_CONSOLE" | tail -n1)
   echo "TIMES scenario=$(basename "$0" .sh) wall=${FS_SECONDS%.*}s program=$(python3 -c "print(round($rc_at - $run_at, 1))" 2>/dev/null)s"
 }
