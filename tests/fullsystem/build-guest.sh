@@ -28,8 +28,15 @@ flock 9
 # The kernel package that linux-image-amd64 stands for, and busybox-static
 # (which conflicts with the installed busybox, so it is unpacked, never
 # installed).
-kpkg=$(apt-cache depends linux-image-amd64 2>/dev/null |
-       awk '/Depends: linux-image-[0-9]/ {print $2; exit}')
+kernel_package() {
+  apt-cache depends linux-image-amd64 2>/dev/null |
+    awk '/Depends: linux-image-[0-9]/ {print $2; exit}'
+}
+kpkg=$(kernel_package)
+if [ -z "$kpkg" ] && [ "$(id -u)" -eq 0 ]; then
+  apt-get update >/dev/null 2>&1 || true
+  kpkg=$(kernel_package)
+fi
 [ -n "$kpkg" ] || die "no kernel package behind linux-image-amd64 (apt-get update?)"
 kver=${kpkg#linux-image-}
 fetch() {  # fetch PACKAGE: its .deb in $cache/debs, downloaded once

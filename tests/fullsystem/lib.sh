@@ -12,8 +12,13 @@
 FS_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 source "$FS_DIR/../e2e/lib.sh"
 
+# A missing tool skips; under VRX_E2E_REQUIRED=1 (CI as root) it fails.
 fs_skip() {
   echo "fullsystem: SKIP: $*" >&2
+  if [ "${VRX_E2E_REQUIRED:-}" = 1 ]; then
+    echo "fullsystem: VRX_E2E_REQUIRED=1: failing instead" >&2
+    exit 1
+  fi
   exit 77
 }
 
@@ -83,28 +88,46 @@ fs_install_program() {
   done
 }
 
-# fs_boot [SECONDS]: boots the guest, runs /scenario/run.sh, waits for the
-# power-off (at most SECONDS, default 300). A line "VRXGUEST yank" from the
-# guest pulls the stick at once. Fills FS_CONSOLE (the console text).
-fs_boot() {
-  local limit=${1:-300} start qemu_pid yanked=0 accel
+# QEMU's command line: the guest's machine. Accelerator: $VRX_GUEST_ACCEL
+# (default tcg; kvm where nested KVM works).
+fs_qemu_args() {
+  FS_QEMU=(qemu-system-x86_64 -M pc -accel "${VRX_GUEST_ACCEL:-tcg}" -smp 1 -m 512
+    -display none -no-reboot
+    -kernel "$FS_BASE/vmlinuz" -initrd "$FS_WORK/initrd.cpio"
+    -append "console=ttyS0 panic=-1 quiet loglevel=3 ${FS_APPEND:-}"
+    -drive "file=$FS_BASE/system.img,format=raw,if=ide,snapshot=on"
+    -device qemu-xhci,id=usbc
+    -chardev "socket,id=ipmi0,host=127.0.0.1,port=$VRX_KCS_SIM_PORT,reconnect=1"
+    -device ipmi-bmc-extern,id=bmc0,chardev=ipmi0
+    -device isa-ipmi-kcs,bmc=bmc0,irq=5
+    -qmp "unix:$FS_WORK/qmp.sock,server=on,wait=off")
+}
+
+fs_make_initrd() {
   fs_install_program
   python3 "$FS_DIR/mkcpio.py" "$FS_WORK/overlay.cpio" "$FS_WORK/overlay"
   cat "$FS_BASE/base.cpio" "$FS_WORK/overlay.cpio" >"$FS_WORK/initrd.cpio"
   rm -f "$FS_WORK/overlay.cpio"
-  accel=${VRX_GUEST_ACCEL:-tcg}
+}
+
+# fs_shell: the guest with its serial console on this terminal and a shell
+# in place of a scenario (power off with exit, or Ctrl-A X).
+fs_shell() {
+  fs_make_initrd
+  FS_APPEND="${FS_APPEND:-} vrx.shell"
+  fs_qemu_args
+  "${FS_QEMU[@]}" -serial mon:stdio
+}
+
+# fs_boot [SECONDS]: boots the guest, runs /scenario/run.sh, waits for the
+# power-off (at most SECONDS, default 300). A line "VRXGUEST yank" from the
+# guest pulls the stick at once. Fills FS_CONSOLE (the console text).
+fs_boot() {
+  local limit=${1:-300} start qemu_pid yanked=0
+  fs_make_initrd
+  fs_qemu_args
   start=$(date +%s.%N)
-  qemu-system-x86_64 -M pc -accel "$accel" -smp 1 -m 512 \
-    -display none -monitor none -no-reboot \
-    -serial "file:$FS_WORK/console.log" \
-    -kernel "$FS_BASE/vmlinuz" -initrd "$FS_WORK/initrd.cpio" \
-    -append "console=ttyS0 panic=-1 quiet loglevel=3 ${FS_APPEND:-}" \
-    -drive "file=$FS_BASE/system.img,format=raw,if=ide,snapshot=on" \
-    -device qemu-xhci,id=usbc \
-    -chardev "socket,id=ipmi0,host=127.0.0.1,port=$VRX_KCS_SIM_PORT,reconnect=1" \
-    -device ipmi-bmc-extern,id=bmc0,chardev=ipmi0 \
-    -device isa-ipmi-kcs,bmc=bmc0,irq=5 \
-    -qmp "unix:$FS_WORK/qmp.sock,server=on,wait=off" \
+  "${FS_QEMU[@]}" -monitor none -serial "file:$FS_WORK/console.log" \
     >"$FS_WORK/qemu.out" 2>&1 &
   qemu_pid=$!
   while kill -0 "$qemu_pid" 2>/dev/null; do
