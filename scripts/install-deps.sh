@@ -9,6 +9,7 @@ packages=(
   ipmitool openipmi libopenipmi-dev
   fdisk util-linux dosfstools mtools
   iproute2 busybox curl python3 python3-pyftpdlib mandoc
+  qemu-system-x86 kmod   # full-system guest (its kernel: apt-get download)
 )
 missing=()
 for p in "${packages[@]}"; do

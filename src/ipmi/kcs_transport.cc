@@ -23,6 +23,11 @@ namespace {
 
 const char kLibraryName[] = "libopenraw.so";
 
+// Relative to the installation prefix, e.g. lib/vrxfwul.
+#ifndef VRX_PRIVATE_LIBDIR
+#define VRX_PRIVATE_LIBDIR "lib/vrxfwul"
+#endif
+
 bool g_bUseTestEntries = false;
 RawEntryPoints g_sTestEntries = {nullptr, nullptr, nullptr, nullptr};
 
@@ -57,14 +62,17 @@ void* TryOpen(const std::string& name) {
   return pHandle;
 }
 
-// The loader's search (LD_LIBRARY_PATH, the cache, the system directories),
-// then the executable's own directory.
+// The loader's search path, then the executable's directory, then the
+// private library directory of the installation (where the open library
+// over /dev/ipmi0 lives), so a vendor library placed as before still wins.
 void* OpenLibrary() {
   void* pHandle = TryOpen(kLibraryName);
   if (pHandle != nullptr) return pHandle;
   std::string strDir = ExecutableDirectory();
   if (strDir.empty()) return nullptr;
-  return TryOpen(strDir + "/" + kLibraryName);
+  pHandle = TryOpen(strDir + "/" + kLibraryName);
+  if (pHandle != nullptr) return pHandle;
+  return TryOpen(strDir + "/../" VRX_PRIVATE_LIBDIR "/" + kLibraryName);
 }
 
 const char* TableName(const char* const* table, int count, int value) {
