@@ -7,7 +7,7 @@
 #include <sstream>
 #include <string>
 
-#include "driver/return_code.h"
+#include "common/return_code.h"
 
 namespace {
 
