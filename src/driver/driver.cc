@@ -10,6 +10,7 @@
 #include "driver/config.h"
 #include "driver/options.h"
 #include "image/image_file.h"
+#include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
@@ -200,6 +201,7 @@ void MainConstructor() {
   WriteFirmwareConstructor();
   FwUpdateConstructor();
   CheckFlagsConstructor();
+  COrvoUpdatePackage::SetRevisionReader(GetDeviceID);
 }
 
 void MainDestructor() {

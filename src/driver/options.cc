@@ -9,7 +9,6 @@
 
 #include "bmc/bmc_handle.h"
 #include "driver/config.h"
-#include "driver/driver.h"
 #include "common/return_code.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"

@@ -8,6 +8,11 @@
 #include "common/run_state.h"
 #include "types.h"
 
+// The image file-name list that the options fill: one name of 256
+// characters.
+constexpr int kFwImageFileListCapacity = 1;
+constexpr int kFwImageFileNameSize = 256;
+
 enum eOptionIdentificationTag : int32_t {
   eOptAdvHelp = 0,
   eOptXml = 1,
