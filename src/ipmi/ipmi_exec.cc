@@ -39,6 +39,12 @@ void TKCSDriverAPI::SetCompletionCode(unsigned char code) {
 
 int TKCSDriverAPI::InitTalkBMC() {
   if (pTalkBMC != nullptr && pTalkBMC->Init() != 0) return 0;
+  // "Failed to Load Library" stays as it is; the log and the debug trace
+  // say which library, where it was looked for and the loader's reason.
+  if (pTalkBMC != nullptr && !pTalkBMC->LoadReport().empty() &&
+      G_pOutputMessageHandle != nullptr)
+    G_pOutputMessageHandle->RedirectMessage(eRedirectDebug, "%s",
+                                            pTalkBMC->LoadReport().c_str());
   return RC_LOAD_LIBRARY_FAILED;
 }
 
