@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   ipmitool openipmi libopenipmi-dev
   fdisk util-linux dosfstools mtools
-  iproute2 busybox curl python3 python3-pyftpdlib
+  iproute2 busybox curl python3 python3-pyftpdlib mandoc
   qemu-system-x86 kmod   # full-system guest (its kernel: apt-get download)
 )
 missing=()

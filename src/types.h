@@ -180,6 +180,9 @@ struct sBMCInformationTag {
 // The product family name, shown in headers, tables and the refusal text.
 #define VRX_FAMILY_NAME "Stratovex"
 #define VRX_PROGRAM_NAME "vrxfwul"
-#define VRX_VERSION "2.0.0.5"
+// The version comes from project(VERSION) in the top CMakeLists.txt.
+#ifndef VRX_VERSION
+#error "VRX_VERSION is defined by the build (project(VERSION) in CMakeLists.txt)"
+#endif
 
 #endif  // VRX_TYPES_H_

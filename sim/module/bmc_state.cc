@@ -1,5 +1,6 @@
 #include "bmc_state.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -134,11 +135,14 @@ std::vector<uint8_t> Bmc::BuildFru() const {
   for (uint8_t b : area) sum = static_cast<uint8_t>(sum + b);
   area.back() = static_cast<uint8_t>(-sum);
 
-  std::vector<uint8_t> fru = {0x01, 0, 0, 0, 0x01, 0, 0, 0};
+  // Sized once and filled in place: common header, then the area.
+  std::vector<uint8_t> fru(8 + area.size(), 0);
+  fru[0] = 0x01;
+  fru[4] = 0x01;
   sum = 0;
   for (int i = 0; i < 7; ++i) sum = static_cast<uint8_t>(sum + fru[i]);
   fru[7] = static_cast<uint8_t>(-sum);
-  fru.insert(fru.end(), area.begin(), area.end());
+  std::copy(area.begin(), area.end(), fru.begin() + 8);
   return fru;
 }
 

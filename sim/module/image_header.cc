@@ -1,5 +1,6 @@
 #include "image_header.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -71,8 +72,9 @@ std::vector<uint8_t> BuildImage(const ImageRecipe& recipe) {
   unsigned count = recipe.partitions > kMaxPartitions
                        ? static_cast<unsigned>(kMaxPartitions)
                        : recipe.partitions;
-  std::vector<uint8_t> image(kHeaderSize, 0);
-  image.insert(image.end(), recipe.body.begin(), recipe.body.end());
+  // Sized once: the header, then the body copied in place.
+  std::vector<uint8_t> image(kHeaderSize + recipe.body.size(), 0);
+  std::copy(recipe.body.begin(), recipe.body.end(), image.begin() + kHeaderSize);
   uint8_t* h = image.data();
   h[4] = 1;
   h[5] = recipe.info.imageType;

@@ -19,9 +19,6 @@
 #include "update/update_steps.h"
 #include "usb/write_firmware.h"
 
-uint8_t G_u8EntityID = 0;
-uint8_t G_u8HostNeedRebootFlag = 0;
-uint8_t G_u8BMCNeedReboot = 0;
 
 namespace {
 

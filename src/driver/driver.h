@@ -5,9 +5,8 @@
 
 #include <stdint.h>
 
-extern uint8_t G_u8EntityID;
-extern uint8_t G_u8HostNeedRebootFlag;
-extern uint8_t G_u8BMCNeedReboot;
+// The run's flags (G_u8EntityID and the others) live one layer down.
+#include "common/run_state.h"
 
 void MainConstructor();
 void MainDestructor();

@@ -290,6 +290,8 @@ const size_t kNameSize = 32;
 // One Read FRU Data request of FRU device 0; copies exactly count bytes or
 // fails with 1 when fewer arrived.
 int ReadFRU(uint8_t offset, uint8_t count, uint8_t* out) {
+  // Every path leaves the caller's bytes defined, a failed read as zeros.
+  memset(out, 0, count);
   sIPMIReqRespTag record;
   PrepareRecord("\nGet Device ID Command\n", &record, {0x00, offset, 0x00, count});
   int result = Send(kNetFnStorage, kCmdReadFRUData, 0x00, &record);

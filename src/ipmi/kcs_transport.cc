@@ -13,6 +13,8 @@
 
 #include <string>
 
+#include "output/output.h"
+
 const char* const SysIntfStr[] = {"NULL", "KCS", "SMIC", "BT"};
 const char* const RegSpaceStr[] = {"ByteBoundary", "ThirtyTwoBitBoundary",
                                    "SixteenBitBoundary", "Reserved"};
@@ -47,19 +49,30 @@ std::string ExecutableDirectory() {
   return achPath;
 }
 
+// One attempt; a failure is traced with the loader's own reason, since
+// "Failed to Load Library" alone names neither the library nor the cause.
+void* TryOpen(const std::string& name) {
+  void* pHandle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (pHandle == nullptr && G_pOutputMessageHandle != nullptr) {
+    const char* reason = dlerror();
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectDebug, "\n   Cannot load %s: %s\n", name.c_str(),
+        reason != nullptr ? reason : "unknown reason");
+  }
+  return pHandle;
+}
+
 // The loader's search path, then the executable's directory, then the
 // private library directory of the installation (where the open library
 // over /dev/ipmi0 lives), so a vendor library placed as before still wins.
 void* OpenLibrary() {
-  void* pHandle = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
+  void* pHandle = TryOpen(kLibraryName);
   if (pHandle != nullptr) return pHandle;
   std::string strDir = ExecutableDirectory();
   if (strDir.empty()) return nullptr;
-  std::string strPath = strDir + "/" + kLibraryName;
-  pHandle = dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+  pHandle = TryOpen(strDir + "/" + kLibraryName);
   if (pHandle != nullptr) return pHandle;
-  strPath = strDir + "/../" VRX_PRIVATE_LIBDIR "/" + kLibraryName;
-  return dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+  return TryOpen(strDir + "/../" VRX_PRIVATE_LIBDIR "/" + kLibraryName);
 }
 
 const char* TableName(const char* const* table, int count, int value) {
@@ -106,6 +119,11 @@ int TalkBMCviaKCS_OSA::LoadLibrary() {
   }
   if (sRaw.pfnRawOpen == nullptr || sRaw.pfnRawRequest == nullptr ||
       sRaw.pfnRawIPMBRequest == nullptr || sRaw.pfnRawClose == nullptr) {
+    if (!g_bUseTestEntries && G_pOutputMessageHandle != nullptr)
+      G_pOutputMessageHandle->RedirectMessage(
+          eRedirectDebug,
+          "\n   %s lacks one of RawOpen, RawRequest, RawIPMBRequest, RawClose\n",
+          kLibraryName);
     UnloadLibrary();
     return 0;
   }

@@ -276,9 +276,12 @@ std::vector<uint8_t> ScriptedBmc::MakeFru(const std::string& product,
   area.push_back(0x00);
   area[1] = static_cast<uint8_t>(area.size() / 8);
   area.back() = Checksum(area, 0, area.size() - 1);
-  std::vector<uint8_t> image = {0x01, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00};
+  // Sized once and filled in place: common header, then the area.
+  std::vector<uint8_t> image(8 + area.size(), 0x00);
+  image[0] = 0x01;
+  image[4] = 0x01;
   image[7] = Checksum(image, 0, 7);
-  image.insert(image.end(), area.begin(), area.end());
+  std::copy(area.begin(), area.end(), image.begin() + 8);
   return image;
 }
 
