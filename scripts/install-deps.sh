@@ -10,6 +10,7 @@ packages=(
   fdisk util-linux dosfstools mtools
   iproute2 busybox curl python3 python3-pyftpdlib
   dpkg-dev lintian mandoc man-db
+  qemu-system-x86 kmod   # full-system guest (its kernel: apt-get download)
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -3,7 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "driver/return_code.h"
+#include "common/return_code.h"
 
 int main() {
   for (int i = 0; i < kErrorMapSize; ++i) {

@@ -85,10 +85,12 @@ std::string NextPiece(const std::string& line, size_t* pos) {
 int ConfigConstructor() {
   G_pConfigHandle = new (std::nothrow) TConfigurationHandle();
   if (G_pConfigHandle == nullptr || !G_pConfigHandle->HasSettings()) return 1;
+  SetCurrentSettings(G_pConfigHandle->GetSettings());
   return 0;
 }
 
 int ConfigDestructor() {
+  SetCurrentSettings(nullptr);
   delete G_pConfigHandle;
   G_pConfigHandle = nullptr;
   return 0;
@@ -194,14 +196,18 @@ void ReportReadError(const char* name, size_t readLength, size_t fileSize) {
 }
 
 // Reads the whole regular file at path into text: 0, 1 (cannot open or
-// short read, already reported) or 3 (no memory).
+// short read, already reported), 3 (no memory) or 4 (not a regular file).
 int LoadFile(const char* path, std::string* text) {
   // Non-blocking so that a FIFO in place of the file cannot hang the start.
   int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   struct stat st;
   if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
     close(fd);
-    fd = -1;
+    // Something else by that name is refused, never read as settings.
+    if (G_pOutputMessageHandle != nullptr)
+      G_pOutputMessageHandle->RedirectMessage(
+          eRedirectError, "   %s: is not a regular file\n", path);
+    return RC_FILE_ERROR;
   }
   if (fd < 0) {
     ReportCannotFind(path);

@@ -1,23 +1,25 @@
 #include "driver/driver.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include <new>
+#include <string>
 
 #include "bmc/bmc_handle.h"
 #include "driver/config.h"
 #include "driver/options.h"
 #include "image/image_file.h"
+#include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
 #include "output/update_package.h"
+#include "platform/platform.h"
 #include "update/firmware_update.h"
+#include "update/update_steps.h"
 #include "usb/write_firmware.h"
 
-uint8_t G_u8EntityID = 0;
-uint8_t G_u8HostNeedRebootFlag = 0;
-uint8_t G_u8BMCNeedReboot = 0;
 
 namespace {
 
@@ -34,6 +36,53 @@ void ReleaseAbandonedRun() {
   DeleteFwImageFilenameList(&g_ppchAbandonedList);
   MainDestructor();
   g_bRunAbandoned = false;
+}
+
+// One run per BMC: the lock is taken before the first request that can
+// change the BMC and held until the run ends.
+const char kLockDirectory[] = "/run/lock";
+std::string g_lockPath;
+
+std::string LockPathForTarget() {
+  const char* directory = getenv("VRXFWUL_LOCK_DIR");
+  if (directory == nullptr || directory[0] == '\0') directory = kLockDirectory;
+  std::string target = "kcs";
+  if (G_EnableIPMILan == 1) {
+    const char* host = G_pFirmwareUpdate != nullptr ? G_pFirmwareUpdate->GetHostIP() : "";
+    target = std::string("lan-") + (host != nullptr ? host : "");
+    for (size_t i = 4; i < target.size(); ++i) {
+      const char c = target[i];
+      const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                         (c >= '0' && c <= '9') || c == '.' || c == '-' || c == ':';
+      if (!plain) target[i] = '_';
+    }
+  }
+  return std::string(directory) + "/vrxfwul-" + target + ".lock";
+}
+
+int LockTheBmc() {
+  const std::string path = LockPathForTarget();
+  const int taken = platform::GetEnv()->TryLock(path);
+  if (taken == 0) {
+    G_pOutputMessageHandle->RedirectMessage(
+        eRedirectError,
+        "\n   Another vrxfwul run is updating this BMC (lock %s)\n", path.c_str());
+    return RC_UPDATE_IN_PROGRESS;
+  }
+  // Without a lock directory (no /run/lock) the update still goes ahead.
+  if (taken < 0)
+    G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
+                                            "\n   Cannot open the lock %s\n",
+                                            path.c_str());
+  else
+    g_lockPath = path;
+  return RC_SUCCESS;
+}
+
+void UnlockTheBmc() {
+  if (g_lockPath.empty()) return;
+  platform::GetEnv()->Unlock(g_lockPath);
+  g_lockPath.clear();
 }
 
 bool Ask(const char* question) {
@@ -152,6 +201,7 @@ void MainConstructor() {
   WriteFirmwareConstructor();
   FwUpdateConstructor();
   CheckFlagsConstructor();
+  COrvoUpdatePackage::SetRevisionReader(GetDeviceID);
 }
 
 void MainDestructor() {
@@ -195,12 +245,14 @@ int RunMain(int argc, char** argv) {
   G_u8HostNeedRebootFlag = 0;
   G_u8BMCNeedReboot = 0;
   G_u8CipherValue = 0xFF;
+  update_steps::ResetInterruptNotes();
 
   // 1. Objects, then the settings file so that the options win over it.
   sImageHeaderTag emptyHeader;
   memset(&emptyHeader, 0, sizeof(emptyHeader));
   MainConstructor();
-  if (G_pConfigHandle != nullptr) G_pConfigHandle->ReadConfigFile();
+  int configRc = RC_SUCCESS;
+  if (G_pConfigHandle != nullptr) configRc = G_pConfigHandle->ReadConfigFile();
 
   // 2.
   COrvoUpdatePackage::IsBMC(true);
@@ -209,6 +261,8 @@ int RunMain(int argc, char** argv) {
   char** fileList = nullptr;
   int fileCount = 0;
   int rc = CreateFwImageFilenameList(&fileList);
+  // A settings file that is no regular file stops the run before anything.
+  if (rc == RC_SUCCESS && configRc == RC_FILE_ERROR) rc = RC_FILE_ERROR;
   if (rc != RC_SUCCESS) G_pOutputMessageHandle->OutputUtilityHeader();
 
   // 4.-7. Options, settings report, channel, BMC search.
@@ -233,6 +287,7 @@ int RunMain(int argc, char** argv) {
   }
 
   // 10.
+  if (rc == RC_SUCCESS && !inventory) rc = LockTheBmc();
   if (rc == RC_SUCCESS && !inventory) {
     if (G_pBMCHandle->GetFwUpdateMode() == eFwUpdateModeRemote)
       rc = DispatchRemoteUpdate();
@@ -245,7 +300,10 @@ int RunMain(int argc, char** argv) {
   DeleteFwImageFilenameList(&fileList);
   UinitKcsDriver();
   if (rc != RC_COMMAND_LINE_ERROR) CheckOptionCombination();
-  G_pOutputMessageHandle->OutputReturnCode(rc);
+  // A stopped run says so instead of naming the failure it was turned into.
+  if (!update_steps::Interrupted()) G_pOutputMessageHandle->OutputReturnCode(rc);
+  const int finalRc = update_steps::ReportIfInterrupted(rc);
+  UnlockTheBmc();
   MainDestructor();
-  return rc;
+  return finalRc;
 }

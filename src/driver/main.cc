@@ -1,3 +1,7 @@
 #include "driver/driver.h"
+#include "platform/signals.h"
 
-int main(int argc, char** argv) { return RunMain(argc, argv); }
+int main(int argc, char** argv) {
+  platform::InstallSignalPolicy();
+  return RunMain(argc, argv);
+}

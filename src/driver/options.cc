@@ -1,13 +1,15 @@
 #include "driver/options.h"
 
+#include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <string>
+#include <vector>
 
 #include "bmc/bmc_handle.h"
 #include "driver/config.h"
-#include "driver/driver.h"
-#include "driver/return_code.h"
+#include "common/return_code.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
@@ -70,15 +72,11 @@ const sHelpTag G_asHelpList[] = {
     {eHelpNormal, ""},
 };
 
-uint8_t G_ForceUpdateFlag = 0;
 uint8_t G_InputFileFlag = 0;
 uint8_t G_HostIPFlag = 0;
 uint8_t G_UserNameFlag = 0;
 uint8_t G_PassWordFlag = 0;
 uint8_t G_LanFlag = 0;
-uint8_t G_RetryCountFlag = 0;
-uint8_t G_RetryIntervalFlag = 0;
-uint8_t G_DelayTimeFlag = 0;
 
 namespace {
 
@@ -328,6 +326,56 @@ const char* GetOptionReturnCodeString(int code) {
   }
 }
 
+namespace {
+
+const char kMaskedPassword[] = "-P=********";
+
+bool IsPasswordArgument(const char* arg) {
+  return arg != nullptr && arg[0] == '-' && arg[1] == 'P' && arg[2] == '=';
+}
+
+// The argument as it may be shown or logged: a password never is.
+const char* Shown(const char* arg) {
+  return IsPasswordArgument(arg) ? kMaskedPassword : arg;
+}
+
+// Blanks the password in the process's own argument vector, so that no
+// process listing shows it for the rest of the run.
+void ScrubPasswordArguments(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    if (!IsPasswordArgument(argv[i])) continue;
+    char* value = argv[i] + 3;
+    memset(value, 0, strlen(value));
+  }
+}
+
+// Why the named log file is refused, or null. The log is written without
+// following a symbolic link, only as a regular file, and never over an
+// image named with -i.
+const char* LogFileRefusal(const char* path, char** fileList, int fileCount) {
+  struct stat log;
+  if (lstat(path, &log) != 0) return nullptr;  // created fresh
+  if (S_ISLNK(log.st_mode)) return "is a symbolic link; the log is not written through one";
+  if (!S_ISREG(log.st_mode)) return "is not a regular file";
+  for (int i = 0; fileList != nullptr && i < fileCount; ++i) {
+    struct stat image;
+    if (fileList[i] != nullptr && stat(fileList[i], &image) == 0 &&
+        image.st_dev == log.st_dev && image.st_ino == log.st_ino)
+      return "is the image file named with -i";
+  }
+  return nullptr;
+}
+
+// -P may be left out when IPMI_PASSWORD holds the password, so that it
+// never has to appear on a command line.
+bool TakePasswordFromEnvironment() {
+  const char* value = getenv("IPMI_PASSWORD");
+  if (value == nullptr) return false;
+  return SaveCredential(&TFirmwareUpdate::SetPassWord, value) == OPTION_VALID;
+}
+
+}  // namespace
+
 int ParseCommandArguments(int argc, char** argv, char** fileList,
                           int* fileCount) {
   char achWork[kWorkBufferSize] = {0};
@@ -343,9 +391,25 @@ int ParseCommandArguments(int argc, char** argv, char** fileList,
   }
   if (argc <= 1) code = NO_OPTION;
 
-  // Opened even after an error, so that the error reaches the log.
+  // Opened even after an error, so that the error reaches the log; the
+  // command line is logged with the password masked.
+  std::vector<char*> shownArgs;
+  for (int i = 0; i < argc; ++i) shownArgs.push_back(const_cast<char*>(Shown(argv[i])));
+  const char* logRefusal =
+      g_bLogNameAccepted ? LogFileRefusal(achLogName, fileList,
+                                          fileCount != nullptr ? *fileCount : 0)
+                         : nullptr;
+  if (logRefusal != nullptr) {
+    if (G_pOutputMessageHandle != nullptr)
+      G_pOutputMessageHandle->RedirectMessage(eRedirectError, "   %s: %s\n",
+                                              achLogName, logRefusal);
+    ScrubPasswordArguments(argc, argv);
+    return RC_FILE_ERROR;
+  }
   if (g_bLogNameAccepted && G_pOutputMessageHandle != nullptr)
-    G_pOutputMessageHandle->OpenLogFile(achLogName, argc, argv);
+    G_pOutputMessageHandle->OpenLogFile(achLogName, argc, shownArgs.data());
+  ScrubPasswordArguments(argc, argv);
+  if (IsPasswordArgument(achWork)) CopyBounded(achWork, sizeof(achWork), kMaskedPassword);
 
   if (code == OPTION_VALID) code = CheckOptionDependency(achWork);
   if (code == OPTION_VALID)
@@ -408,7 +472,8 @@ int CheckOptionDependency(char* offender) {
   } else {
     if (!Given(eOptHost)) return NeedsDependency(offender, "-H");
     if (!Given(eOptUser)) return NeedsDependency(offender, "-U");
-    if (!Given(eOptPassword)) return NeedsDependency(offender, "-P");
+    if (!Given(eOptPassword) && !TakePasswordFromEnvironment())
+      return NeedsDependency(offender, "-P");
     // Over the LAN only a remote update can run.
     if (Given(eOptInput)) return NeedsDependency(offender, "-i");
   }

@@ -11,6 +11,7 @@
 
 #include "image/image_file.h"
 #include "output/output.h"
+#include "platform/signals.h"
 
 namespace {
 
@@ -99,6 +100,12 @@ int WriteFwImageFile(const char* src, const char* dst) {
   unsigned long long copied = 0;
   unsigned shown = 0;
   while (remaining > 0) {
+    // A signal stops the copy after the chunk in flight; the file is closed
+    // on the way out, so the device can be released.
+    if (platform::PendingSignal() != 0) {
+      Debug("\n       Copy interrupted\n");
+      return 1;
+    }
     size_t chunk = remaining < kChunkSize ? static_cast<size_t>(remaining)
                                           : kChunkSize;
     if (fread(buffer.get(), 1, chunk, in.get()) != chunk) {

@@ -1,7 +1,9 @@
 // The list of image files named on the command line.
 #include <stdio.h>
 #include <string.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <new>
 
@@ -70,6 +72,10 @@ void TImageFileHandle::SetCurrImageHeader(int index) {
 
 namespace {
 
+// The image header takes the first 512 bytes.
+constexpr size_t kMinimumImageSize = 512;
+
+
 // The header's size fields are 32 bits wide.
 constexpr unsigned long long kLargestImage = 0xFFFFFFFFull;
 
@@ -108,6 +114,18 @@ int SizeOfImageFile(FILE* file, const char* name, uint32_t* size) {
   return 0;
 }
 
+// Why an opened file cannot be an image, or null. An image holds at least
+// its header, so an empty or truncated file never starts an update.
+const char* ImageFileRefusal(int fd) {
+  struct stat st;
+  if (fstat(fd, &st) != 0) return "cannot be examined";
+  if (S_ISDIR(st.st_mode)) return nullptr;  // refused by name further on
+  if (!S_ISREG(st.st_mode)) return "is not a regular file";
+  if (st.st_size < static_cast<off_t>(kMinimumImageSize))
+    return "is too short to be an image (less than 512 bytes)";
+  return nullptr;
+}
+
 }  // namespace
 
 int TImageFileHandle::ReadValidateFwImageFileHeader(char** names, int count) {
@@ -131,8 +149,20 @@ int TImageFileHandle::ReadValidateFwImageFileHeader(char** names, int count) {
       continue;
     }
     snprintf(header->achFileName, sizeof(header->achFileName), "%s", name);
-    FILE* file = fopen(name, "rb");
+    // Without blocking: a FIFO named as the image would hang the open.
+    int fd = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const char* refusal = fd >= 0 ? ImageFileRefusal(fd) : nullptr;
+    if (refusal != nullptr) {
+      close(fd);
+      G_pOutputMessageHandle->RedirectMessage(eRedirectError, "   %s: %s\n",
+                                              name, refusal);
+      ClearCurrImageHeader();
+      result = RC_FILE_ERROR;
+      continue;
+    }
+    FILE* file = fd >= 0 ? fdopen(fd, "rb") : nullptr;
     if (file == nullptr) {
+      if (fd >= 0) close(fd);
       G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
                                               "\n   Cannot open %s \n", name);
       ClearCurrImageHeader();

@@ -32,6 +32,9 @@ const uint8_t kAIDRetryInterval = 0x05;
 const uint8_t kAIDDelayTime = 0x06;
 
 const uint16_t kURIChunk = 10;
+// Another client taking the reservation makes every Get fail; a read that
+// fails this often in a row gives up instead of spinning for ever.
+const int kMaxFailedURIReads = 5;
 const size_t kURIBufferSize = 256;
 // Request bytes in front of the data of a Set request.
 const size_t kSetHeaderLength = 7;
@@ -230,12 +233,22 @@ int GetURIConfig(char* buffer) {
   uint16_t total = resp.au8Data[0];
   buffer[0] = static_cast<char>(total);
   uint16_t done = 0;
+  int failedReads = 0;
   while (done < total) {
     uint16_t chunk = done + kURIChunk >= total ? total - done : kURIChunk;
     // A failed read is asked again as it was; each carries its own retries.
     result = ReadConfigItem(reservationId, kAIDURI, done + 1,
                             static_cast<uint8_t>(chunk), &resp);
-    if (result != 0) continue;
+    if (result != 0) {
+      if (++failedReads < kMaxFailedURIReads) continue;
+      G_pOutputMessageHandle->RedirectMessage(
+          eRedirectError,
+          "\n   Reading the URI back failed %d times in a row (the "
+          "reservation was lost, perhaps to another client); giving up\n",
+          kMaxFailedURIReads);
+      return 1;
+    }
+    failedReads = 0;
     if (resp.u8Length < chunk) {
       TraceShortResponse(chunk);
       return 1;

@@ -53,17 +53,18 @@ std::string LastLoaderError() {
 }
 
 // Tries, in order: the loader's own search (LD_LIBRARY_PATH, ld.so.cache,
-// /lib, /usr/lib), the program's private library directory (relative to
-// the executable, or absolute), the executable's own directory. Each
+// /lib, /usr/lib), the executable's own directory, the program's private
+// library directory (relative to the executable, or absolute). Each
 // failed try adds a line with the loader's reason to report.
 void* OpenLibrary(std::string* path, std::string* report) {
   std::string strDir = ExecutableDirectory();
   std::vector<std::string> tries = {kLibraryName};
+  if (!strDir.empty()) tries.push_back(strDir + "/" + kLibraryName);
+  // The open library goes last, so a vendor library placed as before wins.
   if (VRX_PRIVATE_LIBDIR[0] == '/')
     tries.push_back(std::string(VRX_PRIVATE_LIBDIR) + "/" + kLibraryName);
   else if (!strDir.empty())
     tries.push_back(strDir + "/" VRX_PRIVATE_LIBDIR "/" + kLibraryName);
-  if (!strDir.empty()) tries.push_back(strDir + "/" + kLibraryName);
   for (const std::string& strTry : tries) {
     void* pHandle = dlopen(strTry.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (pHandle != nullptr) {

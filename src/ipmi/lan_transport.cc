@@ -1,18 +1,17 @@
 // Carries one request to a remote BMC by running ipmitool's "raw" command
-// and reading back the bytes it prints.
+// (directly, without a shell) and reading back the bytes it prints.
 #include "ipmi/lan_transport.h"
 
 #include <stdio.h>
 #include <string.h>
 #include <sys/wait.h>
 
-#include <memory>
 #include <string>
+#include <vector>
 
-#include "ipmi/ipmi_exec.h"
+#include "ipmi/request_trace.h"
 #include "output/output.h"
 #include "platform/platform.h"
-#include "update/firmware_update.h"
 
 uint8_t G_u8CipherValue = 0xFF;
 
@@ -22,43 +21,54 @@ const char kToolName[] = "ipmitool";
 const size_t kOutputSize = 256;
 const int kMaxTokens = 100;
 
-// Values typed by the user reach a shell: quote them when needed.
-std::string Quoted(const char* text) {
-  return platform::ShellQuoteIfNeeded(text != nullptr ? text : "");
+std::string Text(const char* text) { return text != nullptr ? text : ""; }
+
+sLanTargetTag (*g_targetSource)() = nullptr;
+
+sLanTargetTag CurrentTarget() {
+  if (g_targetSource != nullptr) return g_targetSource();
+  return sLanTargetTag{nullptr, nullptr, nullptr, nullptr};
 }
 
-std::string BuildCommandLine(unsigned char netFnLun, unsigned char command,
-                             const sIPMIReqRespTag* record) {
-  const TFirmwareUpdate* pUpdate = G_pFirmwareUpdate;
-  std::string strIF = Quoted(pUpdate ? pUpdate->GetLanIF() : nullptr);
-  std::string strUser = Quoted(pUpdate ? pUpdate->GetUserName() : nullptr);
-  std::string strPass = Quoted(pUpdate ? pUpdate->GetPassWord() : nullptr);
-  std::string strHost = Quoted(pUpdate ? pUpdate->GetHostIP() : nullptr);
-  std::string strLine = kToolName;
-  if (G_u8CipherValue != 0xFF)
-    strLine += " -C " + std::to_string(G_u8CipherValue);
-  strLine += " -I " + strIF + " -U " + strUser + " -P " + strPass + " -H " +
-             strHost + " raw ";
+// The request as an argument vector. The password never joins it: ipmitool
+// reads it from IPMI_PASSWORD (its -E option), so no process listing shows
+// it. *shown gets the same words as the trace prints them.
+platform::ProcessSpec BuildRequest(unsigned char netFnLun, unsigned char command,
+                                   const sIPMIReqRespTag* record,
+                                   std::string* shown) {
+  const sLanTargetTag target = CurrentTarget();
+  platform::ProcessSpec spec;
+  std::vector<std::string>& argv = spec.argv;
+  argv.push_back(kToolName);
+  if (G_u8CipherValue != 0xFF) {
+    argv.push_back("-C");
+    argv.push_back(std::to_string(G_u8CipherValue));
+  }
+  argv.insert(argv.end(), {"-I", Text(target.pchInterface), "-U",
+                           Text(target.pchUser), "-E", "-H",
+                           Text(target.pchHost), "raw"});
+  spec.env = {"IPMI_PASSWORD=" + Text(target.pchPassword)};
   char achByte[10];
-  snprintf(achByte, sizeof(achByte), "0x%02x ", netFnLun >> 2);
-  strLine += achByte;
-  snprintf(achByte, sizeof(achByte), "0x%02x ", command);
-  strLine += achByte;
+  snprintf(achByte, sizeof(achByte), "0x%02x", netFnLun >> 2);
+  argv.push_back(achByte);
+  snprintf(achByte, sizeof(achByte), "0x%02x", command);
+  argv.push_back(achByte);
   size_t count = record->u16RequestDataLength;
   if (count > sizeof(record->au8RequestData))
     count = sizeof(record->au8RequestData);
   for (size_t i = 0; i < count; ++i) {
-    snprintf(achByte, sizeof(achByte), "0x%02x ", record->au8RequestData[i]);
-    strLine += achByte;
+    snprintf(achByte, sizeof(achByte), "0x%02x", record->au8RequestData[i]);
+    argv.push_back(achByte);
   }
-  return strLine;
-}
+  spec.output = platform::ChildOutput::kCaptureBoth;
+  spec.output_limit = kOutputSize;
+  spec.timeout_ms = platform::kToolTimeoutMs;
 
-// Exit status 127 is the shell's "command not found". Only a command that
-// has printed all its output is waited for here.
-bool IsToolMissing(platform::Pipe* pipe) {
-  int status = pipe->Close();
-  return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 127;
+  // Shown as a shell would need it, each word followed by a blank.
+  shown->clear();
+  for (const std::string& word : argv)
+    *shown += platform::ShellQuoteIfNeeded(word) + " ";
+  return spec;
 }
 
 bool IsToolError(const char* output) {
@@ -73,10 +83,20 @@ std::string FirstLine(const char* output) {
   return std::string(pStart, strcspn(pStart, "\n"));
 }
 
-// Splits the printed bytes on blanks into the response data. A token that
-// is no hexadecimal number (such as the lone line feed of an empty answer)
-// is not a byte.
-void ParseResponse(char* output, sIPMIReqRespTag* record) {
+// A token of the tool's answer: hexadecimal digits, possibly followed by
+// the line feed that ends a line of bytes. Blank-only tokens carry nothing.
+enum eTokenKind { eTokenByte, eTokenBlank, eTokenJunk };
+eTokenKind ClassifyToken(const char* token) {
+  if (token[0] == '0' && (token[1] == 'x' || token[1] == 'X')) token += 2;
+  size_t digits = strspn(token, "0123456789abcdefABCDEF");
+  size_t rest = strspn(token + digits, "\r\n");
+  if (token[digits + rest] != '\0') return eTokenJunk;
+  return digits > 0 ? eTokenByte : eTokenBlank;
+}
+
+// Splits the printed bytes on blanks into the response data. Returns false
+// when a token is no hexadecimal byte: such output is not an answer.
+bool ParseResponse(char* output, sIPMIReqRespTag* record) {
   G_pOutputMessageHandle->RedirectMessage(eRedirectDebug, "   fpBuff = %s\n",
                                           output);
   uint16_t u16Length = 0;
@@ -87,12 +107,26 @@ void ParseResponse(char* output, sIPMIReqRespTag* record) {
        pToken = strtok_r(nullptr, " ", &pSave), ++tokens) {
     G_pOutputMessageHandle->RedirectMessage(eRedirectDebug, "   ptr = %s\n",
                                             pToken);
+    eTokenKind kind = ClassifyToken(pToken);
+    if (kind == eTokenJunk) return false;
+    if (kind == eTokenBlank) continue;
     unsigned int value = 0;
     if (sscanf(pToken, "%x", &value) != 1) continue;
     record->au8ResponseData[u16Length++] = static_cast<uint8_t>(value);
   }
   record->u16ResponseLength = u16Length;
   record->u8CompletionCode = 0;
+  return true;
+}
+
+// The tool has spoken: retrying would not change its answer. Errors of
+// command 0x02 (a reset dropping the session) are expected.
+int ReportToolError(unsigned char command, const char* output) {
+  std::string strLine1 = FirstLine(output);
+  G_pOutputMessageHandle->RedirectMessage(
+      command == 0x02 ? eRedirectDebug : eRedirectError, "\n   %s\n",
+      strLine1.c_str());
+  return 1;
 }
 
 }  // namespace
@@ -113,37 +147,43 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
     int attempt = record->u8RetryCount - u8Counter;
     if (attempt > 0) out->RedirectMessage(eRedirectDebug, "   Retry %d\n", attempt);
     LogRequestData(0x20, netFnLun, command, record);
-    std::string strLine = BuildCommandLine(netFnLun, command, record);
-    out->RedirectMessage(eRedirectDebug, "   excute cmd: %s\n", strLine.c_str());
-    strLine += " 2>&1";
-    std::unique_ptr<platform::Pipe> pipe =
-        platform::GetEnv()->OpenPipe(strLine);
-    if (pipe == nullptr) {
+    std::string shown;
+    platform::ProcessSpec spec = BuildRequest(netFnLun, command, record, &shown);
+    out->RedirectMessage(eRedirectDebug, "   excute cmd: %s\n", shown.c_str());
+    platform::ProcessResult run = platform::GetEnv()->RunProcess(spec);
+    if (!run.started) {
       out->RedirectMessage(eRedirectDebug, "   Error to execute command\n");
+      // Without a shell nobody else says why nothing answers.
+      if (u8Counter == 0)
+        out->RedirectMessage(eRedirectError,
+                             "\n   Cannot run %s: is it installed and on the "
+                             "search path?\n",
+                             kToolName);
       status = 1;
+    } else if (run.timed_out) {
+      out->RedirectMessage(eRedirectError, "\n%s",
+                           platform::TimeoutLine(spec).c_str());
+      return 1;
     } else {
-      size_t n = pipe->Read(achOutput, kOutputSize);
+      size_t n = run.output.size() < kOutputSize ? run.output.size() : kOutputSize;
+      memcpy(achOutput, run.output.data(), n);
       achOutput[n] = '\0';
-      if (IsToolMissing(pipe.get())) {
-        // The shell could not find the tool; its "not found" line must not
-        // be read as response bytes.
-        out->RedirectMessage(eRedirectError, "\n   %s\n",
-                             FirstLine(achOutput).c_str());
-        return 1;
-      }
+      // Only a successful run prints an answer; anything else it printed
+      // is its reason ("Could not open socket", a user name too long).
+      const bool exitedOk = WIFEXITED(run.status) && WEXITSTATUS(run.status) == 0;
+      if (!exitedOk) return ReportToolError(command, achOutput);
       if (n == 0) {
         record->u8CompletionCode = 0;
         record->u16ResponseLength = 0;
         status = 0;
       } else if (IsToolError(achOutput)) {
-        // The tool has spoken: retrying would not change its answer. Errors
-        // of command 0x02 (a reset dropping the session) are expected.
-        std::string strLine1 = FirstLine(achOutput);
-        out->RedirectMessage(command == 0x02 ? eRedirectDebug : eRedirectError,
-                             "\n   %s\n", strLine1.c_str());
-        return 1;
+        return ReportToolError(command, achOutput);
       } else {
-        ParseResponse(achOutput, record);
+        char achParsed[kOutputSize + 1];
+        memcpy(achParsed, achOutput, n + 1);
+        if (!ParseResponse(achParsed, record)) {
+          return ReportToolError(command, achOutput);
+        }
         status = 0;
       }
     }
@@ -158,3 +198,5 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
   if (status != 0) *retryLimitReached = true;
   return status;
 }
+
+void SetLanTargetSource(sLanTargetTag (*source)()) { g_targetSource = source; }

@@ -1,9 +1,12 @@
 #include "output/output.h"
 
 #include <ctype.h>
+#include <fcntl.h>
 #include <stdarg.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include "driver/return_code.h"
+#include "common/return_code.h"
 #include "platform/platform.h"
 
 TOutputMessageHandle* G_pOutputMessageHandle = nullptr;
@@ -92,7 +95,18 @@ void TOutputMessageHandle::RedirectMessage(eRedirectModeTag mode,
 
 int TOutputMessageHandle::OpenLogFile(const char* path, int argc,
                                       char** argv) {
-  pLogFile = fopen(path, "w");
+  // Never through a symbolic link, never anything but a regular file, and
+  // readable by its owner only: the log holds the BMC conversation.
+  int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC |
+                          O_NONBLOCK,
+                0600);
+  struct stat st;
+  if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
+    close(fd);
+    fd = -1;
+  }
+  pLogFile = fd >= 0 ? fdopen(fd, "w") : nullptr;
+  if (pLogFile == nullptr && fd >= 0) close(fd);
   if (pLogFile == nullptr) {
     RedirectMessage(eRedirectError, " Cannot create %s \n", path);
     return RC_FILE_ERROR;
@@ -125,13 +139,21 @@ int TOutputMessageHandle::PromptUser(eRedirectModeTag mode,
   platform::Env* env = platform::GetEnv();
   env->DiscardPendingInput();
   char answer = ' ';
+  bool inputEnded = false;
   while (toupper(static_cast<unsigned char>(answer)) != 'Y' &&
          toupper(static_cast<unsigned char>(answer)) != 'N') {
     RedirectMessage(mode, "%s", question);
+    // Nobody is left to answer (cron, a closed pipe): asking again would
+    // never end, so the question counts as declined.
+    if (inputEnded) {
+      answer = 'N';
+      break;
+    }
     char line[81];
     int count = 0;
     for (;;) {
       int c = env->ReadInputChar();
+      if (c == EOF) inputEnded = true;
       if (c == EOF || c == '\n') break;
       if (count < 80) line[count] = static_cast<char>(c);
       ++count;

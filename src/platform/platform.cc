@@ -8,6 +8,8 @@
 #include <spawn.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -15,33 +17,14 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <map>
+
+#include "platform/signals.h"
+
 extern char** environ;
 
 namespace platform {
 namespace {
-
-class PosixPipe : public Pipe {
- public:
-  explicit PosixPipe(FILE* f) : file_(f) {}
-  ~PosixPipe() override { Close(); }
-  int Close() override {
-    if (file_ != nullptr) {
-      status_ = pclose(file_);
-      file_ = nullptr;
-    }
-    return status_;
-  }
-  bool ReadLine(char* buf, int size) override {
-    return file_ != nullptr && fgets(buf, size, file_) != nullptr;
-  }
-  size_t Read(char* buf, size_t size) override {
-    return file_ != nullptr ? fread(buf, 1, size, file_) : 0;
-  }
-
- private:
-  FILE* file_;
-  int status_ = -1;
-};
 
 long long MonotonicMs() {
   struct timespec ts;
@@ -81,8 +64,10 @@ ProcessResult SpawnAndWait(const ProcessSpec& spec) {
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, fds[1], STDERR_FILENO);
+  if (spec.output != ChildOutput::kInherit)
+    posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+  if (spec.output == ChildOutput::kCaptureBoth)
+    posix_spawn_file_actions_adddup2(&actions, fds[1], STDERR_FILENO);
   posix_spawnattr_t attr;
   posix_spawnattr_init(&attr);
   // A group of its own: the terminal's SIGINT goes to our group only. The
@@ -135,7 +120,10 @@ ProcessResult SpawnAndWait(const ProcessSpec& spec) {
   close(fds[0]);
   // The pipe closed but the child may still run (it closed its output, or
   // left a grandchild holding it): the time limit holds for the wait too.
+  // A child that closed its output is almost always exiting: look again
+  // after 0.1 ms, backing off to 10 ms, so a request costs no idle time.
   int status = 0;
+  long pauseNs = 100 * 1000L;
   for (;;) {
     pid_t w = waitpid(pid, &status, result.timed_out ? 0 : WNOHANG);
     if (w == pid) break;
@@ -146,8 +134,9 @@ ProcessResult SpawnAndWait(const ProcessSpec& spec) {
         result.timed_out = true;
         continue;
       }
-      struct timespec ts = {0, 10 * 1000000L};
+      struct timespec ts = {0, pauseNs};
       nanosleep(&ts, nullptr);
+      if (pauseNs < 10 * 1000000L) pauseNs *= 2;
     }
   }
   result.status = status;
@@ -162,18 +151,12 @@ class PosixEnv : public Env {
     struct timespec ts;
     ts.tv_sec = ms / 1000;
     ts.tv_nsec = static_cast<long>(ms % 1000) * 1000000L;
+    // The first stop request ends the pause at once so the run reacts in
+    // time; pauses of the clean-up that follows are kept whole.
+    const bool stopping = PendingSignal() != 0;
     while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+      if (!stopping && PendingSignal() != 0) break;
     }
-  }
-  int RunCommand(const std::string& command) override {
-    fflush(nullptr);  // keep our output ahead of the child's
-    return system(command.c_str());
-  }
-  std::unique_ptr<Pipe> OpenPipe(const std::string& command) override {
-    fflush(nullptr);
-    FILE* f = popen(command.c_str(), "r");
-    if (f == nullptr) return nullptr;
-    return std::unique_ptr<Pipe>(new PosixPipe(f));
   }
   ProcessResult RunProcess(const ProcessSpec& spec) override {
     return SpawnAndWait(spec);
@@ -188,6 +171,36 @@ class PosixEnv : public Env {
     struct stat st;
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
   }
+  bool PathExists(const std::string& path) override {
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+  }
+  bool IsMountPoint(const std::string& path) override {
+    // A mounted file system has another device than the directory above
+    // it (bind mounts of one file system aside, which we never make).
+    struct stat st, parent;
+    if (stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return false;
+    if (stat((path + "/..").c_str(), &parent) != 0) return false;
+    return st.st_dev != parent.st_dev || st.st_ino == parent.st_ino;
+  }
+  int TryLock(const std::string& path) override {
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0) return -1;
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+      const bool busy = errno == EWOULDBLOCK;
+      close(fd);
+      return busy ? 0 : -1;
+    }
+    Unlock(path);  // a lock taken twice is held once
+    locks_[path] = fd;
+    return 1;
+  }
+  void Unlock(const std::string& path) override {
+    auto it = locks_.find(path);
+    if (it == locks_.end()) return;
+    close(it->second);
+    locks_.erase(it);
+  }
   int BlockDeviceSectors(const std::string& path,
                          unsigned long* sectors) override {
     int fd = open(path.c_str(), O_RDONLY);
@@ -199,6 +212,9 @@ class PosixEnv : public Env {
     *sectors = count;
     return 0;
   }
+
+ private:
+  std::map<std::string, int> locks_;
 };
 
 Env* g_env = nullptr;
@@ -221,6 +237,51 @@ std::string CTime(time_t t) {
 }
 
 double DiffTime(time_t later, time_t earlier) { return difftime(later, earlier); }
+
+bool TextReader::ReadLine(char* buf, int size) {
+  if (pos_ >= text_.size() || size <= 0) return false;
+  size_t max = static_cast<size_t>(size) - 1;
+  size_t n = 0;
+  while (n < max && pos_ < text_.size()) {
+    char c = text_[pos_++];
+    buf[n++] = c;
+    if (c == '\n') break;
+  }
+  buf[n] = '\0';
+  return true;
+}
+
+size_t TextReader::Read(char* buf, size_t size) {
+  size_t left = text_.size() - pos_;
+  size_t n = size < left ? size : left;
+  memcpy(buf, text_.data() + pos_, n);
+  pos_ += n;
+  return n;
+}
+
+ProcessSpec ShellCommand(const std::string& command, ChildOutput output) {
+  ProcessSpec spec;
+  spec.argv = {"/bin/sh", "-c", command};
+  spec.output = output;
+  spec.timeout_ms = kShellTimeoutMs;
+  return spec;
+}
+
+std::string CommandText(const ProcessSpec& spec) {
+  if (spec.argv.size() == 3 && spec.argv[0] == "/bin/sh" && spec.argv[1] == "-c")
+    return spec.argv[2];
+  std::string text;
+  for (const std::string& word : spec.argv) {
+    if (!text.empty()) text += ' ';
+    text += word;
+  }
+  return text;
+}
+
+std::string TimeoutLine(const ProcessSpec& spec) {
+  return "   Command timed out after " + std::to_string(spec.timeout_ms / 1000) +
+         " s: " + CommandText(spec) + "\n";
+}
 
 std::string ShellQuoteIfNeeded(const std::string& text) {
   static const char kSafe[] =

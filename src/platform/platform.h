@@ -15,27 +15,36 @@
 
 namespace platform {
 
-// Output of a command started with Env::OpenPipe. It is closed on
-// destruction unless Close() was called first.
-class Pipe {
+// fgets()/fread() over text already captured from a child, so parsers
+// read a command's output the way they would read a stream.
+class TextReader {
  public:
-  virtual ~Pipe() = default;
-  // pclose() semantics: waits for the command and returns its wait status.
-  virtual int Close() = 0;
-  // fgets() semantics: at most size-1 characters, stops after a line feed,
-  // always terminates buf. Returns false at end of output.
-  virtual bool ReadLine(char* buf, int size) = 0;
-  // fread() semantics: up to size bytes, returns how many were read.
-  virtual size_t Read(char* buf, size_t size) = 0;
+  explicit TextReader(std::string text) : text_(std::move(text)) {}
+  // At most size-1 characters, stops after a line feed, always terminates
+  // buf. Returns false at the end of the text.
+  bool ReadLine(char* buf, int size);
+  // Up to size bytes; returns how many were copied.
+  size_t Read(char* buf, size_t size);
+
+ private:
+  std::string text_;
+  size_t pos_ = 0;
 };
 
 // One child process started without a shell: no word of argv is ever
 // interpreted, so outside text can be passed as it stands.
+enum class ChildOutput {
+  kCaptureBoth,    // standard output and error share one captured pipe
+  kCaptureStdout,  // standard output captured, errors go to our stderr
+  kInherit,        // the child writes to our own stdout and stderr
+};
+
 struct ProcessSpec {
   std::vector<std::string> argv;  // argv[0] is looked up on PATH
   std::vector<std::string> env;   // "NAME=value" set for the child only
-  // Standard output and standard error share one pipe; bytes past the
-  // limit are read and dropped so the child never blocks on a full pipe.
+  ChildOutput output = ChildOutput::kCaptureBoth;
+  // Bytes past the limit are read and dropped so the child never blocks
+  // on a full pipe.
   size_t output_limit = 256;
   // The child (its whole process group) is killed after this long.
   unsigned timeout_ms = 60000;
@@ -56,13 +65,10 @@ class Env {
   virtual time_t Now() = 0;
   virtual void SleepMs(unsigned ms) = 0;
 
-  // system() semantics: the raw wait status, -1 when no shell could run.
-  virtual int RunCommand(const std::string& command) = 0;
-  // popen(command, "r"); null when the command cannot be started.
-  virtual std::unique_ptr<Pipe> OpenPipe(const std::string& command) = 0;
-
   // Runs spec to its end (or its time limit) in a process group of its own,
-  // so a Ctrl-C at the terminal reaches this program only.
+  // so a Ctrl-C at the terminal reaches this program only; the program's
+  // signal handlers stay live meanwhile. This is the only way the product
+  // starts another program.
   virtual ProcessResult RunProcess(const ProcessSpec& spec) = 0;
 
   // getchar() semantics on standard input: EOF at its end.
@@ -71,6 +77,16 @@ class Env {
   virtual void DiscardPendingInput() = 0;
 
   virtual bool IsDirectory(const std::string& path) = 0;
+  // Something (of any type) is at path; a symbolic link is not followed.
+  virtual bool PathExists(const std::string& path) = 0;
+  // path is a directory with another file system mounted on it.
+  virtual bool IsMountPoint(const std::string& path) = 0;
+  // An advisory lock (flock) on the file at path, created if missing and
+  // held until Unlock or exit: 1 when taken, 0 when another process holds
+  // it, -1 when the file cannot be opened.
+  virtual int TryLock(const std::string& path) = 0;
+  virtual void Unlock(const std::string& path) = 0;
+
   // Size of a block device in 512-byte sectors (BLKGETSIZE on the device
   // opened read-only). Returns 0, or -1 when it cannot be opened, -2 when
   // the size request fails.
@@ -89,6 +105,20 @@ Env* RealEnv();
 std::string CTime(time_t t);
 // difftime(later, earlier).
 double DiffTime(time_t later, time_t earlier);
+
+// Time limits of child processes. A mount or a copy-back onto a slow stick
+// may take minutes; one ipmitool request never does.
+constexpr unsigned kShellTimeoutMs = 300000;
+constexpr unsigned kToolTimeoutMs = 120000;
+
+// A command line that is meant for the shell ("mount DEV DIR", "df -Th"):
+// /bin/sh -c command, with the shell's time limit.
+ProcessSpec ShellCommand(const std::string& command, ChildOutput output);
+// The command as shown to the user: the shell's command line, or the
+// argument vector joined by blanks.
+std::string CommandText(const ProcessSpec& spec);
+// "   Command timed out after N s: CMD\n" for a child that met its limit.
+std::string TimeoutLine(const ProcessSpec& spec);
 
 // Quotes text for /bin/sh only when it holds a character the shell would
 // interpret, so ordinary values stay exactly as given.

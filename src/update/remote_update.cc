@@ -3,8 +3,7 @@
 // each one read back to make sure that it took.
 #include <string.h>
 
-#include "driver/config.h"
-#include "driver/options.h"
+#include "common/run_state.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
@@ -162,7 +161,8 @@ int TFirmwareUpdate::EnableRemoteFirmwareUpdate(uint8_t value) {
     }
     stop = env->Now();
     elapsed = update_steps::Elapsed(stop, start);
-  } while (rc != 0 && elapsed <= u16PhaseOneWaitingTime);
+  } while (rc != 0 && elapsed <= u16PhaseOneWaitingTime &&
+           !update_steps::Interrupted());
 
   Out().RedirectMessage(eRedirectDebug,
                         "   Start checking whether remote update is enabled "
@@ -236,12 +236,14 @@ int TFirmwareUpdate::DoRemoteFwUpdate(const sBMCInformationTag* bmc) {
   sBMCInformationTag local;
   memset(&local, 0, sizeof(local));
   update_steps::CopyDeviceName(&local, bmc != nullptr ? bmc->achPlatformName : "");
-  if (G_pConfigHandle != nullptr && G_pConfigHandle->GetSettings() != nullptr) {
-    SetFwUpdateSettings(G_pConfigHandle->GetSettings());
+  if (CurrentSettings() != nullptr) {
+    SetFwUpdateSettings(CurrentSettings());
   }
 
   result = EnableRemoteFirmwareUpdate(1);
+  result = update_steps::Checkpoint(result);
   if (result == 0) result = AssignFirmwareUpdateURI(GetURI());
+  result = update_steps::Checkpoint(result);
   // Only what the user gave is written; a flag stays set when its step
   // never ran.
   if (result == 0 && G_RetryCountFlag == 1) {
@@ -256,8 +258,13 @@ int TFirmwareUpdate::DoRemoteFwUpdate(const sBMCInformationTag* bmc) {
     G_DelayTimeFlag = 0;
     result = AssignFirmwareUpdateDelayTime(u8DelayTime);
   }
+  result = update_steps::Checkpoint(result);
   if (result == 0) result = FirmwareUpdateByNetworking(&taskId, u8UpdateTarget);
+  if (result == 0) update_steps::NoteUpdateStarted();
+  result = update_steps::Checkpoint(result);
   if (result == 0) result = DoGetRemoteFwUpdateStatus(taskId);
+  result = update_steps::Checkpoint(result);
   result = update_steps::FinishAfterTask(this, bmc, &local, result);
-  return update_steps::ReportFinalResult(result, update_steps::eFinalRemote);
+  result = update_steps::ReportFinalResult(result, update_steps::eFinalRemote);
+  return update_steps::ReportIfInterrupted(result);
 }

@@ -2,7 +2,7 @@
 // firmware.
 #include <string.h>
 
-#include "driver/driver.h"
+#include "common/run_state.h"
 #include "image/image_file.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
@@ -66,7 +66,7 @@ sWaitTimesTag WaitForBMC(uint16_t waitingTime, int firstAttemptMax,
     latest = env->Now();
     elapsed = update_steps::Elapsed(latest, times.tStart);
     --counter;
-  } while (elapsed <= waitingTime);
+  } while (elapsed <= waitingTime && !update_steps::Interrupted());
   times.tStop = latest;
   times.dElapsed = elapsed;
   return times;

@@ -109,7 +109,8 @@ int TFirmwareUpdate::DoGetFwUpdateStatus() {
       }
     }
     Tick(&clock);
-  } while (rc == 0 && !done && clock.dElapsed <= u16FwUpdateWaitingTime);
+  } while (rc == 0 && !done && clock.dElapsed <= u16FwUpdateWaitingTime &&
+           !update_steps::Interrupted());
 
   PrintStatusTimes(clock);
   PrintElapsed(clock);
@@ -172,7 +173,8 @@ int TFirmwareUpdate::DoUSBGetFwUpdateStatus(uint8_t taskId) {
       }
     }
     Tick(&clock);
-  } while (!ended && !done && clock.dElapsed <= u16FwUpdateWaitingTime);
+  } while (!ended && !done && clock.dElapsed <= u16FwUpdateWaitingTime &&
+           !update_steps::Interrupted());
 
   Out().RedirectMessage(eRedirectDebug,
                         "\tStart getting firmware update status at %s",
@@ -250,7 +252,8 @@ int TFirmwareUpdate::DoGetRemoteFwUpdateStatus(uint8_t taskId) {
     }
     Tick(&clock);
   } while (!ended && !done && u8FirmwareRetry <= 15 &&
-           clock.dElapsed <= u16FwUpdateWaitingTime);
+           clock.dElapsed <= u16FwUpdateWaitingTime &&
+           !update_steps::Interrupted());
 
   if (u8FirmwareRetry > 14) {
     Out().RedirectMessage(eRedirectError,
@@ -286,7 +289,8 @@ int TFirmwareUpdate::WaitResetToDefDone(uint8_t taskId) {
       done = true;
     }
     Tick(&clock);
-  } while (rc == 0 && !done && clock.dElapsed <= u16PhaseOneWaitingTime);
+  } while (rc == 0 && !done && clock.dElapsed <= u16PhaseOneWaitingTime &&
+           !update_steps::Interrupted());
 
   // The reset wait shares the status poll's wording on purpose.
   PrintStatusTimes(clock);

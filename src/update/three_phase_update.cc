@@ -4,13 +4,12 @@
 #include <string.h>
 
 #include "bmc/bmc_handle.h"
-#include "driver/config.h"
+#include "common/run_state.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
 #include "platform/platform.h"
 #include "update/firmware_update.h"
-#include "update/interrupt_guard.h"
 #include "update/update_steps.h"
 #include "usb/write_firmware.h"
 
@@ -20,11 +19,6 @@ TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
 
 int ClearPrivateStorageStep(TFirmwareUpdate* update) {
   return update->GetClearPsMode() ? update->ClearPrivateStorage() : 0;
-}
-
-const sProgramSettingsTag* CurrentSettings() {
-  if (G_pConfigHandle == nullptr) return nullptr;
-  return G_pConfigHandle->GetSettings();
 }
 
 }  // namespace
@@ -61,24 +55,27 @@ int TFirmwareUpdate::DoFwUpdate(const char* deviceName,
       unmountOnFailure = false;
     }
   }
+  result = update_steps::Checkpoint(result);
   if (result == 0) {
+    update_steps::NoteUpdateStarted();
     result = RequestAFwUpdate(static_cast<uint8_t>(GetUSBDeviceMinSize() + 1));
   }
+  result = update_steps::Checkpoint(result);
   if (result == 0) result = AskBMCIfUSBIsReady();
 
-  bool interrupted = false;
   result = update_steps::RunMountedWindow(
-      this, result, unmountOnFailure, update_steps::eDetectThreePhase,
-      image != nullptr ? image->achFileName : nullptr, ClearPrivateStorageStep,
-      &interrupted);
-  // Stopped by a signal: the device is released; nothing more is sent.
-  if (interrupted) return result;
+      this, update_steps::Checkpoint(result), unmountOnFailure,
+      update_steps::eDetectThreePhase,
+      image != nullptr ? image->achFileName : nullptr, ClearPrivateStorageStep);
 
+  result = update_steps::Checkpoint(result);
   if (result == 0) result = TransferringFwImageFileIsDone();
+  result = update_steps::Checkpoint(result);
   if (result == 0) {
     DelayMS(5000);
     result = DoGetFwUpdateStatus();
   }
+  result = update_steps::Checkpoint(result);
   if (result == 0) {
     DelayMS(3000);
     result = IBMCGracefulReset(0);
@@ -99,8 +96,9 @@ int TFirmwareUpdate::DoFwUpdate(const char* deviceName,
   } else if (resetOnFailure) {
     // Leaves the BMC's update mode whatever went wrong.
     IBMCGracefulReset(0);
+    update_steps::NoteBmcReset();
   }
-  return result;
+  return update_steps::ReportIfInterrupted(result);
 }
 
 int TFirmwareUpdate::CheckFwUpdateStatus() {
@@ -128,7 +126,8 @@ int TFirmwareUpdate::RequestAFwUpdate(uint8_t sizeMiB) {
     elapsed = update_steps::Elapsed(stop, start);
     // The BMC refuses a second start once it is in phase 1.
     if ((rc & 0xFF) == RC_UPDATE_IN_PROGRESS) ready = true;
-  } while (!ready && elapsed <= u16PhaseOneWaitingTime);
+  } while (!ready && elapsed <= u16PhaseOneWaitingTime &&
+           !update_steps::Interrupted());
 
   Out().RedirectMessage(eRedirectDebug,
                         "   Start checking where Phase 1 is ready at %s",
@@ -159,7 +158,8 @@ int TFirmwareUpdate::AskBMCIfUSBIsReady() {
     rc = FwUpdatePhase2();
     stop = env->Now();
     elapsed = update_steps::Elapsed(stop, start);
-  } while (rc != 0 && elapsed <= u16PhaseTwoWaitingTime);
+  } while (rc != 0 && elapsed <= u16PhaseTwoWaitingTime &&
+           !update_steps::Interrupted());
 
   Out().RedirectMessage(eRedirectDebug, "   Start FW Update Phase 2 at %s",
                         platform::CTime(start).c_str());
@@ -187,7 +187,7 @@ int TFirmwareUpdate::DetectUSBDevice() {
     rc = G_pWriteFirmware->GetVirtualUSBDevInfo();
     if (rc == 0) break;
     // An interrupted run goes straight to the clean-up.
-    if (update_interrupt::PendingSignal() != 0) break;
+    if (update_steps::Interrupted()) break;
   }
   return rc;
 }
@@ -204,7 +204,7 @@ int TFirmwareUpdate::CopyFwImageFile(const char* path) {
     rc = G_pWriteFirmware->WriteFileToUSBKey(path);
     if (rc == 0) break;
     // No further attempt once the user asked to stop.
-    if (update_interrupt::PendingSignal() != 0) return rc;
+    if (update_steps::Interrupted()) return rc;
   }
   if (rc != 0) {
     Out().RedirectMessage(eRedirectError, "\n   Uploading Firmware Image Failed!\n");

@@ -3,14 +3,16 @@
 
 #include <stdio.h>
 
-#include "driver/driver.h"
+#include <string>
+
+#include "common/run_state.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
 #include "output/update_package.h"
 #include "platform/platform.h"
+#include "platform/signals.h"
 #include "update/firmware_update.h"
-#include "update/interrupt_guard.h"
 #include "usb/write_firmware.h"
 
 namespace update_steps {
@@ -18,9 +20,63 @@ namespace {
 
 TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
 
-bool Interrupted() { return update_interrupt::PendingSignal() != 0; }
+enum eDeviceStateTag { eDeviceUntouched, eDeviceReleased, eDeviceStillMounted };
+eDeviceStateTag g_device = eDeviceUntouched;
+std::string g_mountedOn;
+bool g_updateStarted = false;
+bool g_bmcReset = false;
+bool g_reported = false;
+
+std::string StateText() {
+  std::string text;
+  if (g_device == eDeviceReleased) {
+    text = "nothing is left mounted";
+  } else if (g_device == eDeviceStillMounted) {
+    text = g_mountedOn.empty()
+               ? "the virtual USB device may still be mounted (see df -Th)"
+               : "the virtual USB device is still mounted on " + g_mountedOn +
+                     " (release it with: umount " + g_mountedOn + ")";
+  }
+  if (!text.empty()) text += ", ";
+  if (!g_updateStarted) {
+    text += "no update was started on the BMC";
+  } else if (g_bmcReset) {
+    text += "the BMC was reset to leave its update mode";
+  } else {
+    text += "the BMC's update task was left to end on its own";
+  }
+  return text;
+}
 
 }  // namespace
+
+bool Interrupted() { return platform::PendingSignal() != 0; }
+
+int Checkpoint(int result) {
+  return result == 0 && Interrupted() ? RC_FAILED : result;
+}
+
+void NoteUpdateStarted() { g_updateStarted = true; }
+void NoteBmcReset() { g_bmcReset = true; }
+
+void ResetInterruptNotes() {
+  g_device = eDeviceUntouched;
+  g_mountedOn.clear();
+  g_updateStarted = false;
+  g_bmcReset = false;
+  g_reported = false;
+}
+
+int ReportIfInterrupted(int result) {
+  const int sig = platform::PendingSignal();
+  if (sig == 0) return result;
+  if (!g_reported) {
+    g_reported = true;
+    Out().RedirectMessage(eRedirectError, "\n   Interrupted by %s: %s\n",
+                          platform::SignalName(sig), StateText().c_str());
+  }
+  return platform::ExitCodeForSignal(sig);
+}
 
 double Elapsed(time_t later, time_t earlier) {
   return platform::DiffTime(later, earlier);
@@ -65,43 +121,26 @@ int UnmountAfterCopy(int result, bool unmountOnFailure) {
   return 0;
 }
 
-int ReleaseAfterInterrupt() {
-  const int sig = update_interrupt::PendingSignal();
-  Out().RedirectMessage(eRedirectError,
-                        "\n   Interrupted by %s: releasing the virtual USB "
-                        "device\n",
-                        update_interrupt::SignalName(sig));
-  const int rc = G_pWriteFirmware->ManuallyUnmountUSBDevice(0);
-  if (rc != 0) {
-    Out().RedirectMessage(eRedirectError,
-                          "   The virtual USB device could not be released\n");
-  } else {
-    Out().RedirectMessage(eRedirectError,
-                          "   Update stopped, the virtual USB device was "
-                          "released\n");
-  }
-  update_interrupt::ClearPendingSignal();
-  return update_interrupt::ExitCodeForSignal(sig);
-}
-
 int RunMountedWindow(TFirmwareUpdate* update, int result,
                      bool unmountOnFailure, eDetectStyleTag style,
-                     const char* imagePath, MountedStep afterCopy,
-                     bool* interrupted) {
-  update_interrupt::TMountedWindowGuard guard;
-  *interrupted = false;
+                     const char* imagePath, MountedStep afterCopy) {
   if (result == 0) result = DetectOrMountUSBDevice(update, style);
   if (result == 0 && !Interrupted()) result = update->CopyFwImageFile(imagePath);
   if (result == 0 && !Interrupted() && afterCopy != nullptr) {
     result = afterCopy(update);
   }
   if (!Interrupted()) result = UnmountAfterCopy(result, unmountOnFailure);
-  // Also a signal during the unmount itself: nothing may stay behind.
-  if (Interrupted()) {
-    *interrupted = true;
-    return ReleaseAfterInterrupt();
+  if (!Interrupted()) return result;
+  // Also a signal during the unmount itself: the device is looked for once
+  // more and released, and only a release that happened is reported.
+  if (G_pWriteFirmware->ManuallyUnmountUSBDevice(0) == 0 &&
+      G_pWriteFirmware->RemoveCreatedDirectories() == 0) {
+    g_device = eDeviceReleased;
+  } else {
+    g_device = eDeviceStillMounted;
+    g_mountedOn = G_pWriteFirmware->MountedOn();
   }
-  return result;
+  return result != 0 ? result : RC_FAILED;
 }
 
 namespace {

@@ -32,18 +32,29 @@ int DetectOrMountUSBDevice(TFirmwareUpdate* update, eDetectStyleTag style);
 // device may have been touched), a release check after success.
 int UnmountAfterCopy(int result, bool unmountOnFailure);
 
+// True once a signal asked the run to stop (see platform/signals.h): the
+// loops and steps of the procedures stop at their next safe point.
+bool Interrupted();
+// The safe point between two steps: a successful result becomes a failure
+// once the run was interrupted, so the procedure takes its failure path.
+int Checkpoint(int result);
+
 // Mounted window: detection, copy, an optional step while the device is
-// still mounted, and the unmount, with the clean-up that an interrupt in
-// between triggers. Returns the result after the unmount step, or
-// 128 + signal when the run was interrupted (*interrupted is then true).
+// still mounted, and the unmount. An interrupt anywhere in it releases the
+// device and makes the result a failure.
 typedef int (*MountedStep)(TFirmwareUpdate* update);
 int RunMountedWindow(TFirmwareUpdate* update, int result,
                      bool unmountOnFailure, eDetectStyleTag style,
-                     const char* imagePath, MountedStep afterCopy,
-                     bool* interrupted);
+                     const char* imagePath, MountedStep afterCopy);
 
-// Releases the device after an interrupt and returns the exit code.
-int ReleaseAfterInterrupt();
+// What an interrupted run leaves behind, noted as the procedure goes.
+void NoteUpdateStarted();   // the BMC accepted a request that starts an update
+void NoteBmcReset();        // the failure path reset the BMC out of update mode
+void ResetInterruptNotes();
+// An interrupted run's end: one line "   Interrupted by SIGxxx: <state>"
+// on standard error and in the log, and 128 + signal. Any other run's
+// result is returned unchanged.
+int ReportIfInterrupted(int result);
 
 // Clear-PS, reset to defaults and the BMC reset after a finished task.
 int FinishAfterTask(TFirmwareUpdate* update, const sBMCInformationTag* bmc,

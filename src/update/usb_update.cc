@@ -2,7 +2,7 @@
 // is a virtual USB device that the host fills.
 #include <string.h>
 
-#include "driver/config.h"
+#include "common/run_state.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
@@ -78,24 +78,28 @@ int TFirmwareUpdate::DoUSBFwUpdate(const sBMCInformationTag* bmc,
   if (image == nullptr || image->achFileName[0] == '\0') {
     result = RC_FILE_NOT_FOUND;
   }
-  if (G_pConfigHandle != nullptr && G_pConfigHandle->GetSettings() != nullptr) {
-    SetFwUpdateSettings(G_pConfigHandle->GetSettings());
+  if (CurrentSettings() != nullptr) {
+    SetFwUpdateSettings(CurrentSettings());
   }
 
   if (result == 0) {
     result = RequestUSBFwUpdateInit(&taskId, u8UpdateTarget);
+    if (result == 0) update_steps::NoteUpdateStarted();
     DelayMS(1000);
   }
+  result = update_steps::Checkpoint(result);
   if (result == 0) {
     result = update_steps::TakeDiskListBeforePhaseOne();
     if (result != 0) {
       unmountOnFailure = false;
     }
   }
+  result = update_steps::Checkpoint(result);
   if (result == 0) {
     result = RequestUSBFwUpdatePhaseOne(taskId);
     DelayMS(1000);
   }
+  result = update_steps::Checkpoint(result);
   if (result == 0) {
     // No upper bound: the BMC decides when its device is ready.
     uint8_t status = 0;
@@ -104,21 +108,26 @@ int TFirmwareUpdate::DoUSBFwUpdate(const sBMCInformationTag* bmc,
       result = RequestUSBFwUpdateGetStatus(taskId, &status);
       if (polls < 0xFF) ++polls;
       DelayMS(1000);
+      // The one wait without a bound ends when the user asks it to.
+      if (update_steps::Interrupted()) break;
     } while (status != kStatusReadyToAcceptImage || polls < kMinimumReadyPolls);
   }
 
-  bool interrupted = false;
   result = update_steps::RunMountedWindow(
-      this, result, unmountOnFailure, update_steps::eDetectVirtualMedia,
-      image != nullptr ? image->achFileName : nullptr, nullptr, &interrupted);
-  if (interrupted) return result;
+      this, update_steps::Checkpoint(result), unmountOnFailure,
+      update_steps::eDetectVirtualMedia,
+      image != nullptr ? image->achFileName : nullptr, nullptr);
 
+  result = update_steps::Checkpoint(result);
   if (result == 0) {
     DelayMS(2000);
     result = RequestUSBFwUpdatePhaseTwo(taskId);
   }
+  result = update_steps::Checkpoint(result);
   if (result == 0) result = DoUSBGetFwUpdateStatus(taskId);
+  result = update_steps::Checkpoint(result);
   result = update_steps::FinishAfterTask(this, bmc, &local, result);
-  return update_steps::ReportFinalResult(result,
-                                         update_steps::eFinalVirtualMedia);
+  result = update_steps::ReportFinalResult(result,
+                                           update_steps::eFinalVirtualMedia);
+  return update_steps::ReportIfInterrupted(result);
 }

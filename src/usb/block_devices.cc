@@ -48,15 +48,15 @@ int TWriteFirmware::GetBlockDeviceList() {
   G_astrPartitionList.clear();
   G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
                                           "\n       Get Device List");
-  std::unique_ptr<platform::Pipe> pipe =
-      platform::GetEnv()->OpenPipe("/sbin/fdisk -l");
-  if (!pipe) {
+  platform::ProcessResult fdisk = RunUsbCommand("/sbin/fdisk -l", true);
+  if (!fdisk.started) {
     G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
                                             "\n         /sbin/fdisk -l failed");
     return 1;
   }
+  platform::TextReader pipe(std::move(fdisk.output));
   char line[kFdiskLineLength + 1];
-  while (pipe->ReadLine(line, sizeof(line))) {
+  while (pipe.ReadLine(line, sizeof(line))) {
     G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
                                             "\n         Read \"%s\"", line);
     if (line[0] == '/')

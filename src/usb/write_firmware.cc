@@ -7,13 +7,11 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <memory>
 #include <new>
 
 #include "image/image_file.h"
 #include "output/output.h"
 #include "platform/platform.h"
-#include "update/firmware_update.h"
 
 const char G_chMountedOnLayer1[3][64] = {"/media", "/mnt", "/tmp"};
 const char G_chMountedOnLayer2[32] = "scrtch";
@@ -32,6 +30,10 @@ const int kDfLineLength = 255;
 const size_t kDfMaxAccumulated = 8192;
 
 TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
+
+// The scratch directory this run made, for the clean-up after an interrupt.
+std::string g_createdScratch;
+int g_minSizeMB = 0;
 
 bool IsLayer1Parent(const std::string& path, size_t* index) {
   for (size_t i = 0; i < 3; ++i) {
@@ -71,7 +73,7 @@ bool MayRemove(const std::string& path) {
 bool MakeDirectory(const std::string& path) {
   std::string command = "mkdir " + platform::ShellQuoteIfNeeded(path);
   Out().RedirectMessage(eRedirectDebug, "\n         %s", command.c_str());
-  return platform::GetEnv()->RunCommand(command) == 0;
+  return RunUsbCommandOk(command);
 }
 
 // The blank-separated words of text, as "%s" conversions would read them.
@@ -122,7 +124,7 @@ const char* ScratchPart(const std::string& mountedOn) {
 // next one.
 class DfReader {
  public:
-  explicit DfReader(platform::Pipe* pipe) : pipe_(pipe) {}
+  explicit DfReader(platform::TextReader* pipe) : pipe_(pipe) {}
 
   // The next text of at least seven fields, and its fields; false at the end.
   bool Next(std::string* text, std::vector<std::string>* fields) {
@@ -162,7 +164,7 @@ class DfReader {
     return !line->empty();
   }
 
-  platform::Pipe* pipe_;
+  platform::TextReader* pipe_;
 };
 
 struct DfLine {
@@ -227,6 +229,31 @@ void JoinNames(const std::vector<std::string>& names, std::string* joined) {
 
 }  // namespace
 
+void SetUSBDeviceMinSizeMB(int sizeMB) { g_minSizeMB = sizeMB; }
+
+platform::ProcessResult RunUsbCommand(const std::string& command, bool capture) {
+  platform::ProcessSpec spec = platform::ShellCommand(
+      command, capture ? platform::ChildOutput::kCaptureStdout
+                       : platform::ChildOutput::kInherit);
+  if (capture) {
+    spec.env = {"LC_ALL=C"};
+    // Every line of a busy server's listing must reach the parser.
+    spec.output_limit = 4u << 20;
+  }
+  platform::ProcessResult result = platform::GetEnv()->RunProcess(spec);
+  if (result.timed_out) {
+    Out().RedirectMessage(eRedirectError, "%s",
+                          platform::TimeoutLine(spec).c_str());
+    result.started = false;
+  }
+  return result;
+}
+
+bool RunUsbCommandOk(const std::string& command) {
+  platform::ProcessResult result = RunUsbCommand(command, false);
+  return result.started && result.status == 0;
+}
+
 int WriteFirmwareConstructor() {
   G_pWriteFirmware = new (std::nothrow) TWriteFirmware();
   return G_pWriteFirmware != nullptr ? 0 : 1;
@@ -241,6 +268,21 @@ int WriteFirmwareDestructor() {
 void ResetMountFlagsForTest() {
   memset(G_bMkdirMountedOnLayer1, 0, sizeof(G_bMkdirMountedOnLayer1));
   G_bMkdirMountedOnLayer2 = 0;
+  g_createdScratch.clear();
+}
+
+int TWriteFirmware::RemoveCreatedDirectories() {
+  int failed = 0;
+  if (G_bMkdirMountedOnLayer2 == 1 && !g_createdScratch.empty() &&
+      platform::GetEnv()->PathExists(g_createdScratch)) {
+    failed |= DeleteMountedDirectory(g_createdScratch.c_str());
+  }
+  for (size_t i = 0; i < 3; ++i) {
+    if (G_bMkdirMountedOnLayer1[i] == 1 &&
+        platform::GetEnv()->PathExists(G_chMountedOnLayer1[i]))
+      failed |= DeleteMountedDirectory(G_chMountedOnLayer1[i]);
+  }
+  return failed;
 }
 
 int TWriteFirmware::ManuallyMountUSBDevice() {
@@ -335,6 +377,14 @@ int CreateMountedDirectory(char* path, size_t size) {
     memcpy(path, scratch.c_str(), scratch.size() + 1);
     Out().RedirectMessage(eRedirectDebug, "\n       Check if %s exists", path);
     if (platform::GetEnv()->IsDirectory(scratch)) return 0;
+    // Someone else's file by that name is never replaced or removed.
+    if (platform::GetEnv()->PathExists(scratch)) {
+      Out().RedirectMessage(eRedirectDebug,
+                            "\n       %s exists and is no directory; left alone",
+                            path);
+      continue;
+    }
+    g_createdScratch = scratch;
 
     // Set even when the mkdir fails, so that the unmount step cleans up.
     G_bMkdirMountedOnLayer2 = 1;
@@ -359,7 +409,7 @@ int CreateAndMountUSBDevice(const char* device) {
     std::string command = "mount " + platform::ShellQuoteIfNeeded(device) +
                           " " + platform::ShellQuoteIfNeeded(directory);
     Out().RedirectMessage(eRedirectDebug, "\n       %s", command.c_str());
-    status = platform::GetEnv()->RunCommand(command);
+    status = RunUsbCommandOk(command) ? 0 : 1;
   }
   if (status != 0) {
     Out().RedirectMessage(eRedirectDebug, "\n     Mount %s %s failed\n", device,
@@ -372,17 +422,16 @@ int CreateAndMountUSBDevice(const char* device) {
 }
 
 int TWriteFirmware::IsMountedOnDirectoryFound() {
-  int minSizeMB = G_pFirmwareUpdate != nullptr
-                      ? G_pFirmwareUpdate->GetUSBDeviceMinSize()
-                      : 0;
+  const int minSizeMB = g_minSizeMB;
   Out().RedirectMessage(eRedirectDebug, "\n     Get virtual media info");
-  std::unique_ptr<platform::Pipe> pipe = platform::GetEnv()->OpenPipe("df -Th");
-  if (!pipe) {
+  platform::ProcessResult df = RunUsbCommand("df -Th", true);
+  if (!df.started) {
     Out().RedirectMessage(eRedirectDebug, "\n       df -Th failed");
     return 1;
   }
 
-  DfReader reader(pipe.get());
+  platform::TextReader pipe(std::move(df.output));
+  DfReader reader(&pipe);
   std::string text;
   std::vector<std::string> fields;
   DfLine found;
@@ -405,7 +454,6 @@ int TWriteFirmware::IsMountedOnDirectoryFound() {
     found = line;
     passed = true;
   }
-  pipe.reset();
 
   if (!passed) {
     Out().RedirectMessage(eRedirectDebug,
@@ -473,7 +521,7 @@ int UnmountUSBDevice(const char* directory) {
     return 1;
   }
   std::string command = "umount " + platform::ShellQuoteIfNeeded(directory);
-  if (platform::GetEnv()->RunCommand(command) != 0) {
+  if (!RunUsbCommandOk(command)) {
     Out().RedirectMessage(eRedirectDebug, "\n   Unmount %s Failed\n",
                           directory);
     return 1;
@@ -489,8 +537,21 @@ int DeleteMountedDirectory(const char* directory) {
     Out().RedirectMessage(eRedirectDebug, "Refused, not a scratch directory\n");
     return 1;
   }
+  // "rm -rf" on a mount point would empty the stick the BMC reads.
+  if (platform::GetEnv()->IsMountPoint(directory)) {
+    Out().RedirectMessage(eRedirectDebug, "Refused, still a mount point\n");
+    const char* device =
+        G_pWriteFirmware != nullptr && G_pWriteFirmware->DeviceName()[0] != '\0'
+            ? G_pWriteFirmware->DeviceName()
+            : "A device";
+    Out().RedirectMessage(eRedirectError,
+                          "   %s is still mounted on %s; release it with: "
+                          "umount %s\n",
+                          device, directory, directory);
+    return 1;
+  }
   std::string command = "rm -rf " + platform::ShellQuoteIfNeeded(directory);
-  if (platform::GetEnv()->RunCommand(command) != 0) {
+  if (!RunUsbCommandOk(command)) {
     Out().RedirectMessage(eRedirectDebug, "Failed\n");
     return 1;
   }

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/platform.h"
+
 extern std::vector<std::string> G_astrDiskList;
 extern std::vector<std::string> G_astrPartitionList;
 
@@ -29,6 +31,9 @@ class TWriteFirmware {
   int TestVirtualUSBDevice();
   int WriteFileToUSBKey(const char* path);
   int ManuallyUnmountUSBDevice(int flag);
+  // After an interrupt: removes the scratch directory and parents that this
+  // run created, unless something is still mounted there. 0 when all went.
+  int RemoveCreatedDirectories();
 
   const char* DeviceName() const { return achDeviceName; }
   const char* MountedOn() const { return achMountedOn; }
@@ -53,6 +58,20 @@ int CreateMountedDirectory(char* path, size_t size);
 int CreateAndMountUSBDevice(const char* device);
 int UnmountUSBDevice(const char* directory);
 int DeleteMountedDirectory(const char* directory);
+
+// Runs one of this module's shell commands with the shell's time limit.
+// "df" and "fdisk" are read in the C locale, whatever the user's, because
+// their output is parsed; their output is captured, while mkdir, mount,
+// umount and rm write their own errors to the console as they always did.
+// A command that meets its limit is killed, reported on the console and
+// counts as not started.
+platform::ProcessResult RunUsbCommand(const std::string& command, bool capture);
+// True when command ran and exited with status 0.
+bool RunUsbCommandOk(const std::string& command);
+
+// The smallest device, in MiB, that can hold the image; the update sets it
+// before the device is looked for (0: any size).
+void SetUSBDeviceMinSizeMB(int sizeMB);
 
 // Tests only: the flags are otherwise never reset.
 void ResetMountFlagsForTest();

@@ -326,11 +326,12 @@ TEST_F(ConfigTest, MissingFileIsReportedInDebugModeAndLeavesDefaults) {
   EXPECT_EQ(12, S()->u8ConnectionRetry);
 }
 
-TEST_F(ConfigTest, DirectoryInPlaceOfFileCannotBeFound) {
+TEST_F(ConfigTest, DirectoryInPlaceOfFileIsRefused) {
   CapturedOutput cap;
   cap.OpenLog();
-  EXPECT_EQ(1, G_pConfigHandle->ReadConfigFile("/tmp"));
-  EXPECT_EQ("\n   Cannot find /tmp\n", cap.Log());
+  EXPECT_EQ(4, G_pConfigHandle->ReadConfigFile("/tmp"));
+  EXPECT_EQ("   /tmp: is not a regular file\n", cap.Err());
+  EXPECT_EQ("   /tmp: is not a regular file\n", cap.Log());
 }
 
 TEST_F(ConfigTest, HugeFileIsRefusedWithoutReading) {

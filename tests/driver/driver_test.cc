@@ -59,7 +59,7 @@ class RunMainTest : public ::testing::Test {
   void SetUp() override {
     COrvoUpdatePackage::ResetForTest();
     env_.handler = [](const std::string& cmd, CommandResult* r) {
-      if (cmd.find(" raw 0x06 0x01 ") != std::string::npos) {
+      if (cmd.find(" raw 0x06 0x01") != std::string::npos) {
         r->output = " 20 01 02 05 02 bf 57 01 00 00 00 00 00 00 00\n";
       } else {
         r->output = "Error: Unable to establish LAN session\n";
@@ -228,8 +228,36 @@ TEST_F(RunMainTest, XmlInventoryAsksNothingAndUpdatesNothing) {
   EXPECT_EQ("", err_);
   // The search and the document's own version read, nothing else.
   EXPECT_EQ(2u, env_.commands.size());
-  EXPECT_EQ(2, CountCommands(" raw 0x06 0x01 "));
+  EXPECT_EQ(2, CountCommands(" raw 0x06 0x01"));
   EXPECT_EQ(0u, env_.input_pos);
+}
+
+TEST_F(RunMainTest, ASecondRunAgainstTheSameBmcIsRefusedAtOnce) {
+  const std::string lock = "/run/lock/vrxfwul-lan-192.0.2.20.lock";
+  env_.locks_held_elsewhere.insert(lock);
+  EXPECT_EQ(13, Run({"-f", "-e=0", kUri, kLan, kUser, kPass}));
+  EXPECT_EQ("\n   Another vrxfwul run is updating this BMC (lock " + lock + ")\n"
+            "   Firmware update already in progress\n",
+            err_);
+  // Only the search's reads reached the BMC.
+  EXPECT_EQ(static_cast<int>(env_.commands.size()), CountCommands(" raw 0x06 0x01"));
+  // An inventory changes nothing and needs no lock.
+  EXPECT_EQ(0, Run({"-xml", kLan, kUser, kPass}));
+}
+
+TEST_F(RunMainTest, TheLockIsHeldForTheUpdateAndReleasedAtTheEnd) {
+  int seenHeld = 0;
+  env_.handler = [this, &seenHeld](const std::string& cmd, CommandResult* r) {
+    if (env_.locks.count("/run/lock/vrxfwul-lan-h_x.lock") != 0) ++seenHeld;
+    r->output = cmd.find(" raw 0x06 0x01") != std::string::npos
+                    ? " 20 01 02 05 02 bf 57 01 00 00 00 00 00 00 00\n"
+                    : "Error: Unable to establish LAN session\n";
+    r->status = cmd.find(" raw 0x06 0x01") != std::string::npos ? 0 : 256;
+    return true;
+  };
+  Run({"-f", "-e=0", kUri, "-H=h;x", kUser, kPass});
+  EXPECT_GT(seenHeld, 0);
+  EXPECT_TRUE(env_.locks.empty());
 }
 
 TEST_F(RunMainTest, FailedSearchSkipsQuestionsAndUpdate) {

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -435,8 +437,9 @@ TEST_F(OptionsTest, CredentialsLongerThanTheirFieldsAreRefused) {
   ExpectLongError({user}, "PROPERTY INVALID", user);
   TearDown();
   SetUp();
+  // The refused password is not echoed either.
   std::string pass = "-P=" + std::string(40, 'p');
-  ExpectLongError({pass}, "PROPERTY INVALID", pass);
+  ExpectLongError({pass}, "PROPERTY INVALID", "-P=********");
   TearDown();
   SetUp();
   std::string lan = "-L=" + std::string(40, 'l');
@@ -662,6 +665,54 @@ TEST_F(OptionsTest, LogHoldsCommandLineAndMessages) {
   G_pOutputMessageHandle->CloseLogFile();
   EXPECT_EQ("vrxfwul -l=" + log + " -e=0 -i=a \n" + kHeader, ReadFile(log));
   EXPECT_EQ(kHeader, Out());
+}
+
+TEST_F(OptionsTest, LogIsOwnerOnlyAndNeverShowsThePassword) {
+  std::string log = TempDir() + "/run.log";
+  EXPECT_EQ(0, Parse({"-l=" + log, "-e=0", "-uri=http://127.0.0.1/f", "-H=127.0.0.2",
+                      "-U=admin", "-P=s3cret"}));
+  G_pOutputMessageHandle->CloseLogFile();
+  struct stat st;
+  ASSERT_EQ(0, stat(log.c_str(), &st));
+  EXPECT_EQ(0600u, st.st_mode & 0777);
+  const std::string text = ReadFile(log);
+  EXPECT_EQ(0u, text.find("vrxfwul -l=" + log + " -e=0 -uri=http://127.0.0.1/f "
+                          "-H=127.0.0.2 -U=admin -P=******** \n"));
+  EXPECT_EQ(std::string::npos, text.find("s3cret"));
+  // The process's own argument no longer holds it either.
+  EXPECT_EQ(std::string("-P=") + std::string(6, '\0'), storage_.back());
+  EXPECT_STREQ("s3cret", G_pFirmwareUpdate->GetPassWord());
+}
+
+TEST_F(OptionsTest, PasswordMayComeFromTheEnvironment) {
+  setenv("IPMI_PASSWORD", "from-env", 1);
+  EXPECT_EQ(0, Parse({"-e=0", "-uri=http://127.0.0.1/f", "-H=127.0.0.2", "-U=admin"}));
+  unsetenv("IPMI_PASSWORD");
+  EXPECT_STREQ("from-env", G_pFirmwareUpdate->GetPassWord());
+  TearDown();
+  SetUp();
+  unsetenv("IPMI_PASSWORD");
+  ExpectLongError({"-e=0", "-uri=http://127.0.0.1/f", "-H=127.0.0.2", "-U=admin"},
+                  "OPTION NEEDS DEPENDENCY", "-P");
+}
+
+TEST_F(OptionsTest, LogThroughASymbolicLinkIsRefused) {
+  std::string target = TempDir() + "/precious";
+  std::ofstream(target) << "keep me";
+  std::string log = TempDir() + "/run.log";
+  ASSERT_EQ(0, symlink(target.c_str(), log.c_str()));
+  EXPECT_EQ(4, Parse({"-l=" + log, "-e=0", "-i=a"}));
+  EXPECT_EQ("   " + log + ": is a symbolic link; the log is not written through one\n",
+            Err());
+  EXPECT_EQ("keep me", ReadFile(target));
+}
+
+TEST_F(OptionsTest, LogNamingTheImageIsRefused) {
+  std::string image = TempDir() + "/img.bin";
+  std::ofstream(image) << std::string(1024, 'i');
+  EXPECT_EQ(4, Parse({"-i=" + image, "-l=" + image, "-e=0"}));
+  EXPECT_EQ("   " + image + ": is the image file named with -i\n", Err());
+  EXPECT_EQ(std::string(1024, 'i'), ReadFile(image));
 }
 
 TEST_F(OptionsTest, LogReceivesOptionErrorFoundAfterIt) {

@@ -14,6 +14,8 @@ e2e_enter_sim() {
       -- bash "$0"
   fi
   cd "$VRX_SIM_DIR"
+  # Each test drives its own simulated BMC: its runs lock only each other.
+  export VRXFWUL_LOCK_DIR="$VRX_SIM_DIR"
 }
 
 fail() {

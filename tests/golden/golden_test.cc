@@ -218,7 +218,9 @@ class GoldenCase : public ::testing::Test {
 
     std::map<std::string, std::string> env = {
         {"PATH", kDefaultPath}, {"HOME", workdir.string()}, {"LANG", "C"},
-        {"LC_ALL", "C"},        {"TZ", "UTC"}};
+        {"LC_ALL", "C"},        {"TZ", "UTC"},
+        // Cases run side by side; each has its own BMC, so its own locks.
+        {"VRXFWUL_LOCK_DIR", workdir.string()}};
     // Sanitizer builds keep their settings.
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
       const char* value = getenv(name);

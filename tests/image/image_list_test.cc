@@ -88,14 +88,25 @@ TEST_F(ImageListTest, NoNamesGiveAnEmptyList) {
   EXPECT_NE(nullptr, handle_.GetImageHeaderList());
 }
 
-TEST_F(ImageListTest, EmptyAndShortFilesAreListedWithTheirSize) {
-  // The list records sizes only; the copy refuses an empty image.
+TEST_F(ImageListTest, FilesTooShortForAHeaderAreRefused) {
   std::string empty = MakeFile("empty.bin", 0);
-  std::string shortFile = MakeFile("short.bin", 100);
-  EXPECT_EQ(0, Read({empty, shortFile}));
-  EXPECT_EQ(2, handle_.GetFwImageFileCount());
-  EXPECT_EQ(0u, Record(0)->u32FileSize);
-  EXPECT_EQ(100u, Record(1)->u32FileSize);
+  std::string shortFile = MakeFile("short.bin", 511);
+  std::string smallest = MakeFile("smallest.bin", 512);
+  EXPECT_EQ(RC_FILE_ERROR, Read({empty, shortFile}));
+  EXPECT_EQ(0, handle_.GetFwImageFileCount());
+  EXPECT_EQ("   " + empty + ": is too short to be an image (less than 512 bytes)\n"
+            "   " + shortFile + ": is too short to be an image (less than 512 bytes)\n",
+            cap_.Err());
+  EXPECT_EQ(0, Read({smallest}));
+  EXPECT_EQ(512u, Record(0)->u32FileSize);
+}
+
+TEST_F(ImageListTest, AFifoIsRefusedWithoutHanging) {
+  std::string fifo = dir_ + "/image.fifo";
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  EXPECT_EQ(RC_FILE_ERROR, Read({fifo}));
+  EXPECT_EQ("   " + fifo + ": is not a regular file\n", cap_.Err());
+  unlink(fifo.c_str());
 }
 
 TEST_F(ImageListTest, NameWithBlanks) {
@@ -109,7 +120,7 @@ TEST_F(ImageListTest, NameWithBlanks) {
 TEST_F(ImageListTest, DirectoryIsRefusedClearly) {
   std::string sub = dir_ + "/images";
   ASSERT_EQ(0, mkdir(sub.c_str(), 0755));
-  std::string good = MakeFile("good.bin", 10);
+  std::string good = MakeFile("good.bin", 1024);
   EXPECT_EQ(0, Read({sub, good}));
   EXPECT_EQ(1, handle_.GetFwImageFileCount());
   EXPECT_STREQ(good.c_str(), Record(0)->achFileName);
@@ -161,8 +172,8 @@ TEST_F(ImageListTest, OverlongNameIsRefused) {
 }
 
 TEST_F(ImageListTest, ReadingTwiceReplacesTheList) {
-  std::string a = MakeFile("a.bin", 1);
-  std::string b = MakeFile("b.bin", 2);
+  std::string a = MakeFile("a.bin", 1024);
+  std::string b = MakeFile("b.bin", 2048);
   EXPECT_EQ(0, Read({a, b}));
   EXPECT_EQ(2, handle_.GetFwImageFileCount());
   EXPECT_EQ(0, Read({b}));

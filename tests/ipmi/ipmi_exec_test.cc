@@ -203,7 +203,7 @@ TEST_F(ExecuteCommandTest, LanReplacesTheKcsResult) {
   // Both paths run when both are set; the LAN result is the one returned.
   G_EnableIPMILan = 1;
   FwUpdateConstructor();
-  env.Script("ipmitool -I lan -U '' -P '' -H '' raw 0x06 0x01  2>&1", " 01\n");
+  env.Script("ipmitool -I lan -U  -E -H  raw 0x06 0x01", " 01\n");
   sIPMIReqRespTag record = NewRecord(0);
   bmc.On(0x06, 0x01, {BmcAnswer::Code(0xC0)});
   EXPECT_EQ(0, ExecuteCommand(0x20, 0x18, 0x01, &record));

@@ -19,12 +19,12 @@ namespace {
 
 using testing_support::ReadFile;
 
-// The virtual clock, but shell pipes run for real.
+// The virtual clock, but child processes run for real.
 class RealShellEnv : public testing_support::FakeEnv {
  public:
-  std::unique_ptr<platform::Pipe> OpenPipe(const std::string& command) override {
-    commands.push_back(command);
-    return platform::RealEnv()->OpenPipe(command);
+  platform::ProcessResult RunProcess(const platform::ProcessSpec& spec) override {
+    commands.push_back(platform::CommandText(spec));
+    return platform::RealEnv()->RunProcess(spec);
   }
 };
 
@@ -41,6 +41,7 @@ class IpmitoolProcessTest : public ::testing::Test {
     setenv("VRX_SCRIPTED_BMC", (dir_ + "/bmc.script").c_str(), 1);
     setenv("VRX_SCRIPTED_BMC_LOG", (dir_ + "/requests.log").c_str(), 1);
     setenv("VRX_FAKE_IPMITOOL_ARGV", (dir_ + "/argv.log").c_str(), 1);
+    setenv("VRX_FAKE_IPMITOOL_PASSWORD", (dir_ + "/password.log").c_str(), 1);
     Script("");
     ASSERT_EQ(0, ConfigConstructor());
     G_pConfigHandle->GetSettings()->u8IPMICommandRetry = 2;
@@ -60,8 +61,9 @@ class IpmitoolProcessTest : public ::testing::Test {
     unsetenv("VRX_SCRIPTED_BMC");
     unsetenv("VRX_SCRIPTED_BMC_LOG");
     unsetenv("VRX_FAKE_IPMITOOL_ARGV");
+    unsetenv("VRX_FAKE_IPMITOOL_PASSWORD");
     for (const char* name : {"bmc.script", "bmc.script.state", "requests.log",
-                             "argv.log"})
+                             "argv.log", "password.log"})
       unlink((dir_ + "/" + name).c_str());
     rmdir(dir_.c_str());
   }
@@ -83,10 +85,10 @@ TEST_F(IpmitoolProcessTest, GetDeviceIdThroughTheTool) {
   EXPECT_EQ(0x02, revision[0]);
   EXPECT_EQ(0x31, revision[1]);
   EXPECT_EQ("06 01\n", Requests());
-  EXPECT_EQ("-I\nlanplus\n-U\nadmin\n-P\nsecret\n-H\n10.0.0.5\nraw\n0x06\n0x01\n--\n",
+  EXPECT_EQ("-I\nlanplus\n-U\nadmin\n-E\n-H\n10.0.0.5\nraw\n0x06\n0x01\n--\n",
             Argv());
-  EXPECT_EQ(std::vector<std::string>{"ipmitool -I lanplus -U admin -P secret -H "
-                                     "10.0.0.5 raw 0x06 0x01  2>&1"},
+  EXPECT_EQ(std::vector<std::string>{"ipmitool -I lanplus -U admin -E -H "
+                                     "10.0.0.5 raw 0x06 0x01"},
             env.commands);
 }
 
@@ -96,9 +98,10 @@ TEST_F(IpmitoolProcessTest, ShellSpecialValuesArriveIntact) {
   G_pFirmwareUpdate->SetUserName("a b");
   unsigned char revision[2];
   EXPECT_EQ(0, GetDeviceID(revision));
-  EXPECT_EQ("-C\n3\n-I\nlanplus\n-U\na b\n-P\np w$HOME'\"`x`;\n-H\n10.0.0.5\n"
+  EXPECT_EQ("-C\n3\n-I\nlanplus\n-U\na b\n-E\n-H\n10.0.0.5\n"
             "raw\n0x06\n0x01\n--\n",
             Argv());
+  EXPECT_EQ("p w$HOME'\"`x`;\n", ReadFile(dir_ + "/password.log"));
 }
 
 TEST_F(IpmitoolProcessTest, StatusSequenceAcrossProcesses) {

@@ -4,6 +4,7 @@
 #include "ipmi/lan_transport.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include "ipmi/commands.h"
 #include "ipmi_fixture.h"
@@ -19,7 +20,7 @@ std::string Recording(const std::string& name) {
 }
 
 const char kGetDeviceIdLine[] =
-    "ipmitool -I lanplus -U admin -P secret -H 10.0.0.5 raw 0x06 0x01 ";
+    "ipmitool -I lanplus -U admin -E -H 10.0.0.5 raw 0x06 0x01 ";
 
 class LanTest : public IpmiTest {
  protected:
@@ -28,8 +29,10 @@ class LanTest : public IpmiTest {
     UseLan();
     env.handler = nullptr;  // every tool output below is scripted
   }
-  // The line as run: the traced line plus the error redirection.
-  static std::string Run(const std::string& line) { return line + " 2>&1"; }
+  // The words as run, joined: the traced line without its last blank.
+  static std::string Run(const std::string& line) {
+    return line.substr(0, line.size() - 1);
+  }
   int Send(uint8_t netfn, uint8_t cmd, const std::vector<uint8_t>& data,
            sIPMIReqRespTag* record, uint8_t retries = 2) {
     *record = NewRecord(retries, data);
@@ -43,12 +46,18 @@ TEST_F(LanTest, CommandLineWithoutCipher) {
   EXPECT_EQ(0, Send(0x06, 0x01, {}, &record));
   ASSERT_EQ(1u, env.commands.size());
   EXPECT_EQ(
-      "ipmitool -I lanplus -U admin -P secret -H 10.0.0.5 raw 0x06 0x01  2>&1",
+      "ipmitool -I lanplus -U admin -E -H 10.0.0.5 raw 0x06 0x01",
       env.commands[0]);
+  // The password travels in the child's environment only.
+  ASSERT_EQ(1u, env.processes.size());
+  EXPECT_EQ(std::vector<std::string>{"IPMI_PASSWORD=secret"},
+            env.processes[0].env);
+  for (const std::string& word : env.processes[0].argv)
+    EXPECT_EQ(std::string::npos, word.find("secret"));
 }
 
 TEST_F(LanTest, CommandLineCarriesEveryDataByte) {
-  env.Script(Run("ipmitool -I lanplus -U admin -P secret -H 10.0.0.5 raw "
+  env.Script(Run("ipmitool -I lanplus -U admin -E -H 10.0.0.5 raw "
                  "0x2e 0xcc 0x5e 0x2b 0x00 0x06 0x43 0xff "),
              "\n");
   sIPMIReqRespTag record;
@@ -61,7 +70,7 @@ TEST_F(LanTest, CommandLineCarriesEveryDataByte) {
 
 TEST_F(LanTest, CipherGoesRightAfterTheToolName) {
   G_u8CipherValue = 3;
-  env.Script(Run("ipmitool -C 3 -I lanplus -U admin -P secret -H 10.0.0.5 raw "
+  env.Script(Run("ipmitool -C 3 -I lanplus -U admin -E -H 10.0.0.5 raw "
                  "0x06 0x01 "),
              " 20\n");
   sIPMIReqRespTag record;
@@ -81,21 +90,25 @@ TEST_F(LanTest, LunIsDroppedFromTheNetFn) {
   sIPMIReqRespTag record = NewRecord(0);
   ExecuteCommand(0x20, (0x06 << 2) | 0x03, 0x01, &record);
   ASSERT_EQ(1u, env.commands.size());
-  EXPECT_NE(std::string::npos, env.commands[0].find(" raw 0x06 0x01  2>&1"));
+  EXPECT_NE(std::string::npos, env.commands[0].find(" raw 0x06 0x01"));
 }
 
-TEST_F(LanTest, ValuesThatTheShellWouldInterpretAreQuoted) {
+TEST_F(LanTest, ValuesReachTheToolAsWordsAndAreQuotedInTheTrace) {
   G_pFirmwareUpdate->SetPassWord("p w$x'y");
   G_pFirmwareUpdate->SetUserName("root;ls");
   G_pFirmwareUpdate->SetHostIP("h`id`");
   G_pFirmwareUpdate->SetLanIF("lan|x");
   sIPMIReqRespTag record;
   Send(0x06, 0x01, {}, &record, 0);
-  ASSERT_EQ(1u, env.commands.size());
-  EXPECT_EQ(
-      "ipmitool -I 'lan|x' -U 'root;ls' -P 'p w$x'\\''y' -H 'h`id`' raw 0x06 "
-      "0x01  2>&1",
-      env.commands[0]);
+  ASSERT_EQ(1u, env.processes.size());
+  EXPECT_EQ((std::vector<std::string>{"ipmitool", "-I", "lan|x", "-U", "root;ls",
+                                      "-E", "-H", "h`id`", "raw", "0x06", "0x01"}),
+            env.processes[0].argv);
+  EXPECT_EQ(std::vector<std::string>{"IPMI_PASSWORD=p w$x'y"},
+            env.processes[0].env);
+  EXPECT_NE(std::string::npos,
+            Log().find("   excute cmd: ipmitool -I 'lan|x' -U 'root;ls' -E -H "
+                       "'h`id`' raw 0x06 0x01 \n"));
 }
 
 TEST_F(LanTest, TraceShowsRequestCommandLineTokensAndResponse) {
@@ -194,9 +207,8 @@ TEST_F(LanTest, RecordedCompletionCodeErrorIsShownAndNotRetried) {
             Log());
 }
 
-TEST_F(LanTest, MissingToolIsAnErrorNotResponseBytes) {
-  // What /bin/sh prints when ipmitool is not on the search path: read as
-  // bytes, "1:" and "found" would become 0x01 0x0f.
+TEST_F(LanTest, FailedExitIsAToolErrorNotResponseBytes) {
+  // Read as bytes, "1:" and "found" would become 0x01 0x0f.
   env.Script(Run(kGetDeviceIdLine), "sh: 1: ipmitool: not found\n", 127 << 8);
   sIPMIReqRespTag record;
   EXPECT_EQ(1, Send(0x06, 0x01, {}, &record));
@@ -209,11 +221,41 @@ TEST_F(LanTest, MissingToolIsAnErrorNotResponseBytes) {
   EXPECT_EQ("\n   sh: 1: ipmitool: not found\n", cap.Err());
 }
 
-TEST_F(LanTest, OtherExitStatusesKeepTheSpecifiedParsing) {
+TEST_F(LanTest, OnlyASuccessfulRunIsParsed) {
   env.Script(Run(kGetDeviceIdLine), " 14 02 00\n", 1 << 8);
   sIPMIReqRespTag record;
-  EXPECT_EQ(0, Send(0x06, 0x01, {}, &record));
-  EXPECT_EQ(3u, record.u16ResponseLength);
+  EXPECT_EQ(1, Send(0x06, 0x01, {}, &record));
+  EXPECT_EQ(128u, record.u16ResponseLength);
+  EXPECT_EQ("\n    14 02 00\n", cap.Err());
+}
+
+TEST_F(LanTest, ToolRefusalsWithoutErrorWordsAreToolErrors) {
+  // Texts the tool prints with a failing exit that hold none of the error
+  // words: once they read as version 0.00.
+  env.Script(Run(kGetDeviceIdLine), "Username is too long (> 16 bytes)\n", 1 << 8);
+  env.Script(Run(kGetDeviceIdLine), "Could not open socket!\n", 1 << 8);
+  sIPMIReqRespTag record;
+  EXPECT_EQ(1, Send(0x06, 0x01, {}, &record));
+  EXPECT_EQ("\n   Username is too long (> 16 bytes)\n", cap.Err());
+  cap.Clear();
+  EXPECT_EQ(1, Send(0x06, 0x01, {}, &record));
+  EXPECT_EQ("\n   Could not open socket!\n", cap.Err());
+  EXPECT_EQ(2u, env.commands.size());
+  EXPECT_TRUE(env.sleeps.empty());
+}
+
+TEST_F(LanTest, ToolMeetingItsTimeLimitIsNamedAndNotRetried) {
+  CommandResult hung;
+  hung.timed_out = true;
+  hung.status = SIGKILL;
+  env.Script(Run(kGetDeviceIdLine), hung);
+  sIPMIReqRespTag record;
+  EXPECT_EQ(1, Send(0x06, 0x01, {}, &record));
+  EXPECT_EQ(1u, env.commands.size());
+  EXPECT_EQ(120000u, env.processes.at(0).timeout_ms);
+  EXPECT_EQ("\n   Command timed out after 120 s: ipmitool -I lanplus -U admin "
+            "-E -H 10.0.0.5 raw 0x06 0x01\n",
+            cap.Err());
 }
 
 TEST_F(LanTest, RecordedUnreachableHostShowsTheFirstLine) {
@@ -230,7 +272,7 @@ TEST_F(LanTest, RecordedUnreachableHostShowsTheFirstLine) {
 
 TEST_F(LanTest, ErrorsOfCommandTwoAreOnlyLogged) {
   const std::string line =
-      "ipmitool -I lanplus -U admin -P secret -H 10.0.0.5 raw 0x06 0x02 ";
+      "ipmitool -I lanplus -U admin -E -H 10.0.0.5 raw 0x06 0x02 ";
   env.Script(Run(line),
              "Unable to send RAW command (channel=0x0 netfn=0x6 lun=0x0 "
              "cmd=0x2)\n");
@@ -245,7 +287,7 @@ TEST_F(LanTest, ErrorsOfCommandTwoAreOnlyLogged) {
 
 TEST_F(LanTest, RecordedErrorOfAnotherCommandTwoIsOnlyLogged) {
   const std::string line =
-      "ipmitool -I lanplus -U admin -P secret -H 10.0.0.5 raw 0x08 0x02 0x05 ";
+      "ipmitool -I lanplus -U admin -E -H 10.0.0.5 raw 0x08 0x02 0x05 ";
   env.Script(Run(line), Recording("invalid_command"));
   unsigned char status = 0, percent = 0;
   bool valid = false;
@@ -264,9 +306,12 @@ TEST_F(LanTest, ErrorWordsAnywhereInTheOutput) {
     EXPECT_EQ(1, Send(0x06, 0x01, {}, &record)) << output;
     EXPECT_NE("", cap.Err()) << output;
   }
-  // The check is case-sensitive.
+  // The check is case-sensitive: these words are no error words, but they
+  // are no bytes either.
+  cap.Clear();
   sIPMIReqRespTag record;
-  EXPECT_EQ(0, Send(0x06, 0x01, {}, &record));
+  EXPECT_EQ(1, Send(0x06, 0x01, {}, &record));
+  EXPECT_EQ("\n    01 error FAILED unable to\n", cap.Err());
 }
 
 TEST_F(LanTest, ErrorTextStartsAtItsFirstNonEmptyLine) {
@@ -286,9 +331,12 @@ TEST_F(LanTest, ToolThatCannotStartIsRetriedToTheLimit) {
   EXPECT_EQ((std::vector<unsigned>{1000, 1000}), env.sleeps);
   std::string attempt = RequestTrace(0x20, 0x18, 0x01, {}) + "   excute cmd: " +
                         kGetDeviceIdLine + "\n" +
-                        "   Error to execute command\n" +
-                        ErrorTrace(1, 0x00, 0x80);
-  EXPECT_EQ(attempt + "   Retry 1\n" + attempt, Log());
+                        "   Error to execute command\n";
+  const std::string why =
+      "\n   Cannot run ipmitool: is it installed and on the search path?\n";
+  const std::string failed = ErrorTrace(1, 0x00, 0x80);
+  EXPECT_EQ(attempt + failed + "   Retry 1\n" + attempt + why + failed, Log());
+  EXPECT_EQ(why, cap.Err());
   EXPECT_EQ(128, record.u16ResponseLength);
 }
 
@@ -309,11 +357,12 @@ TEST_F(LanTest, RetryCount255MakesNoAttempt) {
   EXPECT_TRUE(env.commands.empty());
 }
 
-TEST_F(LanTest, NonHexTokensAreNotBytes) {
+TEST_F(LanTest, NonHexTokenMakesTheAnswerAToolError) {
   env.Script(Run(kGetDeviceIdLine), " zz 12 q\n");
   sIPMIReqRespTag record;
-  EXPECT_EQ(0, Send(0x06, 0x01, {}, &record));
-  EXPECT_EQ(std::vector<uint8_t>{0x12}, Bytes(record));
+  EXPECT_EQ(1, Send(0x06, 0x01, {}, &record));
+  EXPECT_EQ(1u, env.commands.size());
+  EXPECT_EQ("\n    zz 12 q\n", cap.Err());
 }
 
 TEST_F(LanTest, WideTokensKeepTheirLowByte) {
@@ -330,11 +379,10 @@ TEST_F(LanTest, NoTrailingLineFeed) {
   EXPECT_EQ((std::vector<uint8_t>{0x14, 0x02, 0x00}), Bytes(record));
 }
 
-TEST_F(LanTest, BinaryBytesEndTheTextAtTheirNul) {
+TEST_F(LanTest, BinaryBytesAreAToolError) {
   env.Script(Run(kGetDeviceIdLine), std::string("\x01\xfe 12 \x80\x00 34 56\n", 13));
   sIPMIReqRespTag record;
-  EXPECT_EQ(0, Send(0x06, 0x01, {}, &record));
-  EXPECT_EQ(std::vector<uint8_t>{0x12}, Bytes(record));
+  EXPECT_EQ(1, Send(0x06, 0x01, {}, &record));
 }
 
 TEST_F(LanTest, OnlyTheFirst256BytesAreRead) {

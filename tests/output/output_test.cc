@@ -146,6 +146,24 @@ TEST(Prompt, LongAnswerIsReadWithoutOverflow) {
   EXPECT_EQ("Q?Q?", cap.Out());
 }
 
+TEST(Prompt, EndOfInputIsAskedOnceMoreThenDeclined) {
+  FakeEnv env;
+  CapturedOutput cap;
+  env.input = "";
+  EXPECT_EQ(1, G_pOutputMessageHandle->PromptUser(eRedirectPrompt, "Q?"));
+  EXPECT_EQ("Q?Q?", cap.Out());
+  cap.Clear();
+  env.input = "maybe";  // an unfinished line, then nothing more
+  env.input_pos = 0;
+  EXPECT_EQ(1, G_pOutputMessageHandle->PromptUser(eRedirectPrompt, "Q?"));
+  EXPECT_EQ("Q?Q?", cap.Out());
+  cap.Clear();
+  env.input = "y";  // a last answer without its line feed still counts
+  env.input_pos = 0;
+  EXPECT_EQ(0, G_pOutputMessageHandle->PromptUser(eRedirectPrompt, "Q?"));
+  EXPECT_EQ("Q?", cap.Out());
+}
+
 TEST(Prompt, QuietAndRevisionOnlyAnswerNoSilently) {
   for (int mode : {1, 2, 7}) {
     FakeEnv env;

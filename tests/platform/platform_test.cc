@@ -24,18 +24,22 @@ TEST(ShellQuote, ShellCharactersAreQuoted) {
   EXPECT_EQ("''", platform::ShellQuoteIfNeeded(""));
 }
 
-TEST(RealEnv, RunsCommandsAndPipes) {
+TEST(RealEnv, RunsShellCommandsAndReadsTheirLines) {
   platform::Env* env = platform::RealEnv();
-  EXPECT_EQ(0, env->RunCommand("true"));
-  EXPECT_NE(0, env->RunCommand("false"));
-  auto pipe = env->OpenPipe("printf 'one\\ntwo'");
-  ASSERT_TRUE(pipe);
+  using platform::ChildOutput;
+  EXPECT_EQ(0, env->RunProcess(platform::ShellCommand("true", ChildOutput::kInherit)).status);
+  EXPECT_NE(0, env->RunProcess(platform::ShellCommand("false", ChildOutput::kInherit)).status);
+  platform::ProcessResult r = env->RunProcess(platform::ShellCommand(
+      "printf 'one\\ntwo'; echo hidden >&2", ChildOutput::kCaptureStdout));
+  ASSERT_TRUE(r.started);
+  EXPECT_EQ("one\ntwo", r.output);
+  platform::TextReader pipe(r.output);
   char line[16];
-  ASSERT_TRUE(pipe->ReadLine(line, sizeof line));
+  ASSERT_TRUE(pipe.ReadLine(line, sizeof line));
   EXPECT_STREQ("one\n", line);
-  ASSERT_TRUE(pipe->ReadLine(line, sizeof line));
+  ASSERT_TRUE(pipe.ReadLine(line, sizeof line));
   EXPECT_STREQ("two", line);
-  EXPECT_FALSE(pipe->ReadLine(line, sizeof line));
+  EXPECT_FALSE(pipe.ReadLine(line, sizeof line));
   EXPECT_TRUE(env->IsDirectory("/"));
   EXPECT_FALSE(env->IsDirectory("/definitely/not/here"));
   unsigned long sectors = 0;
@@ -56,17 +60,34 @@ TEST(FakeEnvTest, ScriptedCommandsRepeatLastAndRecord) {
   FakeEnv env;
   env.Script("df -Th", "first\n");
   env.Script("df -Th", "second\n");
-  char buf[32];
-  auto p1 = platform::GetEnv()->OpenPipe("df -Th");
-  ASSERT_TRUE(p1->ReadLine(buf, sizeof buf));
-  EXPECT_STREQ("first\n", buf);
-  for (int i = 0; i < 2; ++i) {
-    auto p = platform::GetEnv()->OpenPipe("df -Th");
-    ASSERT_TRUE(p->ReadLine(buf, sizeof buf));
-    EXPECT_STREQ("second\n", buf);
-  }
+  using platform::ChildOutput;
+  platform::ProcessSpec df = platform::ShellCommand("df -Th", ChildOutput::kCaptureStdout);
+  EXPECT_EQ("first\n", platform::GetEnv()->RunProcess(df).output);
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ("second\n", platform::GetEnv()->RunProcess(df).output);
   EXPECT_EQ(3, env.RunCount("df -Th"));
-  EXPECT_EQ(127 << 8, platform::GetEnv()->RunCommand("unknown"));
+  EXPECT_EQ(127 << 8, platform::GetEnv()
+                          ->RunProcess(platform::ShellCommand("unknown", ChildOutput::kInherit))
+                          .status);
+}
+
+TEST(ShellCommandTest, RunsThroughTheShellWithItsTimeLimit) {
+  platform::ProcessSpec spec =
+      platform::ShellCommand("mount /dev/sdb1 /media/scrtch", platform::ChildOutput::kInherit);
+  EXPECT_EQ((std::vector<std::string>{"/bin/sh", "-c", "mount /dev/sdb1 /media/scrtch"}),
+            spec.argv);
+  EXPECT_EQ(300000u, spec.timeout_ms);
+  EXPECT_EQ("mount /dev/sdb1 /media/scrtch", platform::CommandText(spec));
+  EXPECT_EQ("   Command timed out after 300 s: mount /dev/sdb1 /media/scrtch\n",
+            platform::TimeoutLine(spec));
+}
+
+TEST(RealEnvProcess, InheritedOutputIsNotCaptured) {
+  platform::ProcessSpec spec = platform::ShellCommand("exit 4", platform::ChildOutput::kInherit);
+  platform::ProcessResult r = platform::RealEnv()->RunProcess(spec);
+  ASSERT_TRUE(r.started);
+  EXPECT_EQ(4, WEXITSTATUS(r.status));
+  EXPECT_EQ("", r.output);
 }
 
 TEST(FakeEnvTest, RestoresRealEnvOnDestruction) {

@@ -5,40 +5,6 @@
 #include <algorithm>
 
 namespace testing_support {
-namespace {
-
-class StringPipe : public platform::Pipe {
- public:
-  StringPipe(std::string text, int status)
-      : text_(std::move(text)), status_(status) {}
-  int Close() override { return status_; }
-  bool ReadLine(char* buf, int size) override {
-    if (pos_ >= text_.size() || size <= 0) return false;
-    size_t max = static_cast<size_t>(size) - 1;
-    size_t n = 0;
-    while (n < max && pos_ < text_.size()) {
-      char c = text_[pos_++];
-      buf[n++] = c;
-      if (c == '\n') break;
-    }
-    buf[n] = '\0';
-    return true;
-  }
-  size_t Read(char* buf, size_t size) override {
-    size_t n = std::min(size, text_.size() - pos_);
-    memcpy(buf, text_.data() + pos_, n);
-    pos_ += n;
-    return n;
-  }
-
- private:
-  std::string text_;
-  int status_;
-  size_t pos_ = 0;
-};
-
-}  // namespace
-
 FakeEnv::FakeEnv() { platform::SetEnv(this); }
 
 FakeEnv::~FakeEnv() { platform::SetEnv(nullptr); }
@@ -68,6 +34,14 @@ int FakeEnv::RunCount(const std::string& command) const {
   return static_cast<int>(std::count(commands.begin(), commands.end(), command));
 }
 
+bool FakeEnv::Find(const std::string& command, CommandResult* result) {
+  auto it = scripts_.find(command);
+  if (it == scripts_.end() || it->second.empty()) return false;
+  *result = it->second.front();
+  if (it->second.size() > 1) it->second.pop_front();
+  return true;
+}
+
 CommandResult FakeEnv::Lookup(const std::string& command) {
   commands.push_back(command);
   auto it = scripts_.find(command);
@@ -82,23 +56,16 @@ CommandResult FakeEnv::Lookup(const std::string& command) {
   return r;
 }
 
-int FakeEnv::RunCommand(const std::string& command) {
-  CommandResult r = Lookup(command);
-  if (r.start_fails) return -1;
-  return r.status;
-}
-
-std::unique_ptr<platform::Pipe> FakeEnv::OpenPipe(const std::string& command) {
-  CommandResult r = Lookup(command);
-  if (r.start_fails) return nullptr;
-  return std::unique_ptr<platform::Pipe>(new StringPipe(r.output, r.status));
-}
-
 platform::ProcessResult FakeEnv::RunProcess(const platform::ProcessSpec& spec) {
   processes.push_back(spec);
-  std::string line;
-  for (const std::string& a : spec.argv) line += (line.empty() ? "" : " ") + a;
-  CommandResult r = Lookup(line);
+  // Shell commands are scripted by their command line, programs run
+  // without a shell by their words joined with blanks.
+  const std::string line = platform::CommandText(spec);
+  CommandResult r;
+  if (!Find(line, &r) && !(process_handler && process_handler(spec, &r)))
+    r = Lookup(line);
+  else
+    commands.push_back(line);
   platform::ProcessResult result;
   if (r.start_fails) return result;
   result.started = true;

@@ -18,8 +18,8 @@ namespace testing_support {
 
 struct CommandResult {
   std::string output;   // what the command prints (pipes only)
-  int status = 0;       // wait status of RunCommand and of a pipe's Close
-  bool start_fails = false;  // OpenPipe returns null / RunCommand gives -1
+  int status = 0;       // wait status
+  bool start_fails = false;  // the program cannot be started
   bool timed_out = false;    // RunProcess: killed at its time limit
 };
 
@@ -46,6 +46,10 @@ class FakeEnv : public platform::Env {
   // through to "no such command" (status 127, empty output).
   std::function<bool(const std::string& command, CommandResult* result)>
       handler;
+  // Consulted for programs without a script, with their argument vector
+  // and environment as given (before handler).
+  std::function<bool(const platform::ProcessSpec& spec, CommandResult* result)>
+      process_handler;
   std::vector<std::string> commands;  // every command line run, in order
   // Every RunProcess, in order; its command line (argv joined by blanks)
   // is also added to commands and answered by the same scripts.
@@ -59,25 +63,40 @@ class FakeEnv : public platform::Env {
 
   // --- file system facts ---
   std::set<std::string> directories;
+  std::set<std::string> files;         // other things that exist
+  std::set<std::string> mount_points;  // directories with a mount on them
+  std::set<std::string> locks;                 // held by this run
+  std::set<std::string> locks_held_elsewhere;  // held by another run
   // Sector counts of block devices; -1 = cannot open, -2 = ioctl fails.
   std::map<std::string, long> block_devices;
 
   // platform::Env
   time_t Now() override { return now; }
   void SleepMs(unsigned ms) override;
-  int RunCommand(const std::string& command) override;
-  std::unique_ptr<platform::Pipe> OpenPipe(const std::string& command) override;
   platform::ProcessResult RunProcess(const platform::ProcessSpec& spec) override;
   int ReadInputChar() override;
   void DiscardPendingInput() override {}
   bool IsDirectory(const std::string& path) override {
     return directories.count(path) != 0;
   }
+  bool PathExists(const std::string& path) override {
+    return directories.count(path) != 0 || files.count(path) != 0;
+  }
+  bool IsMountPoint(const std::string& path) override {
+    return mount_points.count(path) != 0;
+  }
+  int TryLock(const std::string& path) override {
+    if (locks_held_elsewhere.count(path) != 0) return 0;
+    locks.insert(path);
+    return 1;
+  }
+  void Unlock(const std::string& path) override { locks.erase(path); }
   int BlockDeviceSectors(const std::string& path,
                          unsigned long* sectors) override;
 
  private:
   CommandResult Lookup(const std::string& command);
+  bool Find(const std::string& command, CommandResult* result);
   std::map<std::string, std::deque<CommandResult>> scripts_;
   unsigned ms_remainder_ = 0;
 };

@@ -2,7 +2,8 @@
 // scripted BMC named by VRX_SCRIPTED_BMC and prints like the real tool.
 // Each run is a new process, so the BMC's state lives in "<script>.state".
 // VRX_FAKE_IPMITOOL_ARGV names a file that gets every run's arguments, one
-// per line, each run ended by "--".
+// per line, each run ended by "--"; VRX_FAKE_IPMITOOL_PASSWORD one that gets
+// the IPMI_PASSWORD each run saw.
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -45,6 +46,14 @@ int main(int argc, char** argv) {
     std::ofstream args(argvLog, std::ios::app);
     for (int i = 1; i < argc; ++i) args << argv[i] << "\n";
     args << "--\n";
+  }
+
+  // -E: the password comes from the environment, as with the real tool.
+  const char* passwordLog = getenv("VRX_FAKE_IPMITOOL_PASSWORD");
+  const char* password = getenv("IPMI_PASSWORD");
+  if (passwordLog != nullptr && *passwordLog != '\0') {
+    std::ofstream passwords(passwordLog, std::ios::app);
+    passwords << (password != nullptr ? password : "(unset)") << "\n";
   }
 
   std::string out, err;

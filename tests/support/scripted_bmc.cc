@@ -731,6 +731,11 @@ bool ScriptedBmc::AnswerIpmitoolCommandLine(const std::string& line,
                                             std::string* output, int* status) {
   std::vector<std::string> words = ShellWords(line);
   if (!words.empty() && words.back() == "2>&1") words.pop_back();
+  return AnswerIpmitoolProcess(words, output, status);
+}
+
+bool ScriptedBmc::AnswerIpmitoolProcess(const std::vector<std::string>& words,
+                                        std::string* output, int* status) {
   if (words.empty()) return false;
   const std::string& program = words[0];
   if (program != "ipmitool" &&

@@ -151,7 +151,14 @@ class ScriptedBmc {
       return AnswerIpmitoolCommandLine(command, &result->output,
                                        &result->status);
     };
+    env->process_handler = [this](const platform::ProcessSpec& spec,
+                                  CommandResult* result) {
+      return AnswerIpmitoolProcess(spec.argv, &result->output, &result->status);
+    };
   }
+  // The same for an argument vector run without a shell.
+  bool AnswerIpmitoolProcess(const std::vector<std::string>& argv,
+                             std::string* output, int* status);
   // The same for one shell command line; false if it does not run ipmitool.
   bool AnswerIpmitoolCommandLine(const std::string& line, std::string* output,
                                  int* status);

@@ -8,7 +8,6 @@
 
 #include "support/capture.h"
 #include "update/firmware_update.h"
-#include "update/interrupt_guard.h"
 #include "update/update_steps.h"
 
 namespace {
@@ -99,39 +98,6 @@ TEST(ReportFinalResult, FailuresPassUnchangedAndSilently) {
   EXPECT_EQ("", cap.Out());
 }
 
-TEST(InterruptGuard, RecordsSignalsOnlyWhileInstalled) {
-  struct sigaction before;
-  sigaction(SIGTERM, nullptr, &before);
-  {
-    update_interrupt::TMountedWindowGuard guard;
-    EXPECT_EQ(0, update_interrupt::PendingSignal());
-    // The real handler: the process survives and the signal is recorded.
-    raise(SIGTERM);
-    EXPECT_EQ(SIGTERM, update_interrupt::PendingSignal());
-    raise(SIGINT);
-    EXPECT_EQ(SIGINT, update_interrupt::PendingSignal());
-  }
-  struct sigaction after;
-  sigaction(SIGTERM, nullptr, &after);
-  EXPECT_EQ(before.sa_handler, after.sa_handler);
-  update_interrupt::ClearPendingSignal();
-  EXPECT_EQ(0, update_interrupt::PendingSignal());
-}
-
-TEST(InterruptGuard, ANewWindowStartsClean) {
-  update_interrupt::RecordSignalForTest(SIGINT);
-  update_interrupt::TMountedWindowGuard guard;
-  EXPECT_EQ(0, update_interrupt::PendingSignal());
-}
-
-TEST(InterruptGuard, ExitCodesAndNames) {
-  EXPECT_EQ(130, update_interrupt::ExitCodeForSignal(SIGINT));
-  EXPECT_EQ(143, update_interrupt::ExitCodeForSignal(SIGTERM));
-  EXPECT_EQ(129, update_interrupt::ExitCodeForSignal(SIGHUP));
-  EXPECT_STREQ("SIGINT", update_interrupt::SignalName(SIGINT));
-  EXPECT_STREQ("SIGTERM", update_interrupt::SignalName(SIGTERM));
-  EXPECT_STREQ("SIGHUP", update_interrupt::SignalName(SIGHUP));
-}
 
 }  // namespace
 

@@ -253,16 +253,19 @@ TEST_F(ThreePhaseTest, MissingImageNameResetsAsEveryLaterFailure) {
   EXPECT_EQ(std::vector<std::string>{"df -Th"}, env.commands);
 }
 
-TEST_F(ThreePhaseTest, InterruptReleasesTheDeviceAndSendsNothingMore) {
+TEST_F(ThreePhaseTest, InterruptReleasesTheDeviceAndResetsTheBmcOutOfUpdateMode) {
   host.on_command = [](const std::string& command) {
     if (command == "mount /dev/loop1p1 /tmp/scrtch") raise(SIGTERM);
   };
   EXPECT_EQ(143, Run());
   EXPECT_FALSE(host.mounted);
-  EXPECT_EQ((std::vector<std::string>{"08 12 01", "08 10 04", "08 10 04", "08 11"}), Requests());
+  // The failure path of the procedure: the graceful reset, nothing else.
+  EXPECT_EQ((std::vector<std::string>{"08 12 01", "08 10 04", "08 10 04", "08 11",
+                                      kGracefulReset}),
+            Requests());
   EXPECT_EQ(
-      "\n   Interrupted by SIGTERM: releasing the virtual USB device\n"
-      "   Update stopped, the virtual USB device was released\n",
+      "\n   Interrupted by SIGTERM: nothing is left mounted, the BMC was reset "
+      "to leave its update mode\n",
       Err());
   EXPECT_EQ("rm -rf /tmp/scrtch", env.commands[env.commands.size() - 2]);
 }

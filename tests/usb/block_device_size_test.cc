@@ -51,19 +51,22 @@ class TempFile {
 class LoopDevice {
  public:
   explicit LoopDevice(const std::string& file) {
-    std::unique_ptr<platform::Pipe> pipe = platform::RealEnv()->OpenPipe(
-        "losetup -f --show " + platform::ShellQuoteIfNeeded(file) +
-        " 2>/dev/null");
+    platform::ProcessSpec spec;
+    spec.argv = {"losetup", "-f", "--show", file};
+    spec.output = platform::ChildOutput::kCaptureStdout;
+    platform::TextReader pipe(platform::RealEnv()->RunProcess(spec).output);
     char line[256] = "";
-    if (pipe && pipe->ReadLine(line, sizeof(line))) {
+    if (pipe.ReadLine(line, sizeof(line))) {
       line[strcspn(line, "\n")] = '\0';
       if (strncmp(line, "/dev/loop", 9) == 0) name_ = line;
     }
   }
   ~LoopDevice() {
-    if (!name_.empty())
-      platform::RealEnv()->RunCommand("losetup -d " +
-                                      platform::ShellQuoteIfNeeded(name_));
+    if (!name_.empty()) {
+      platform::ProcessSpec spec;
+      spec.argv = {"losetup", "-d", name_};
+      platform::RealEnv()->RunProcess(spec);
+    }
   }
   const std::string& name() const { return name_; }
 

@@ -95,8 +95,9 @@ class TempImage {
     for (int i = 0; i < 1500; ++i) out.put(static_cast<char>(i * 7));
   }
   ~TempImage() {
-    std::string command = "rm -rf " + dir_;
-    if (!dir_.empty()) platform::RealEnv()->RunCommand(command);
+    platform::ProcessSpec rm;
+    rm.argv = {"rm", "-rf", dir_};
+    if (!dir_.empty()) platform::RealEnv()->RunProcess(rm);
   }
   const std::string& dir() const { return dir_; }
   const std::string& image() const { return image_; }
