@@ -11,6 +11,7 @@ packages=(
   iproute2 busybox curl python3 python3-pyftpdlib
   dpkg-dev lintian mandoc man-db
   qemu-system-x86 kmod   # full-system guest (its kernel: apt-get download)
+  ansible-core ansible-lint
 )
 missing=()
 for p in "${packages[@]}"; do

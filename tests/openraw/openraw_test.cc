@@ -101,7 +101,7 @@ class FakeDevice : public openraw::IpmiDevice {
     unsigned n = static_cast<unsigned>(in.data.size());
     bool truncated = n > capacity;
     if (truncated) n = capacity;
-    memcpy(answer->msg.data, in.data.data(), n);
+    if (n > 0) memcpy(answer->msg.data, in.data.data(), n);  // data() may be null when empty
     answer->msg.data_len = static_cast<unsigned short>(n);
     if (truncated) {
       errno = EMSGSIZE;
