@@ -8,7 +8,9 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   ipmitool openipmi libopenipmi-dev
   fdisk util-linux dosfstools mtools
-  iproute2 busybox curl python3 python3-pyftpdlib mandoc
+  iproute2 busybox curl python3 python3-pyftpdlib
+  dpkg-dev lintian mandoc man-db
+  qemu-system-x86 kmod   # full-system guest (its kernel: apt-get download)
   ansible-core ansible-lint
 )
 missing=()

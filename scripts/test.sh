@@ -19,7 +19,7 @@ ctest --test-dir build --output-on-failure -j"$jobs"
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DVRX_SANITIZE=ON
 cmake --build build-asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-  ctest --test-dir build-asan --output-on-failure -j"$jobs" -LE e2e
+  ctest --test-dir build-asan --output-on-failure -j"$jobs" -LE 'e2e|fullsystem'
 
 # Every fuzz target (one per parser of outside data) for 20 s each under
 # ASan+UBSan (clang + libFuzzer).

@@ -31,7 +31,8 @@ fi
 
 # ---- inside the simulator's namespace ---------------------------------------------
 cd "$VRX_SIM_DIR"
-vrxfwul=$BUILD/vrxfwul
+# VRX_DEMO_BINARY runs another build of the program (the installed one).
+vrxfwul=${VRX_DEMO_BINARY:-$BUILD/vrxfwul}
 lan=(-H="$VRX_SIM_HOST" -U="$VRX_SIM_USER" -P="$VRX_SIM_PASSWORD" -L=lan)
 
 show() {

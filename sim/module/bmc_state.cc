@@ -266,6 +266,15 @@ void Bmc::StartTask(uint8_t source, uint8_t target, Reply* r) {
     r->cc = kCcInvalidData;
     return;
   }
+  // A host that starts anew while its stick is still plugged (it gave up
+  // without phase 2): the BMC may end that session and pull the stick.
+  if (usbRestart_ && task_.id != 0 && task_.phase == Phase::kUsbReady) {
+    Record("usb session abandoned: pulling the stick");
+    detachJob_ = hook_.empty() ? 0
+                               : host_->Spawn({hook_, "detach", task_.device},
+                                              workDir_ + "/jobs.log");
+    Fail(kStAbort);
+  }
   bool busy = task_.id != 0 && task_.phase != Phase::kDone &&
               task_.phase != Phase::kFailed && task_.phase != Phase::kIdle;
   if (busy) {
@@ -310,9 +319,7 @@ void Bmc::UsbPhase(uint8_t step, Reply* r) {
     task_.device = workDir_ + name;
     unlink(task_.device.c_str());
     task_.attempt = 0;
-    task_.job = host_->Spawn({"mkfs.vfat", "-C", task_.device,
-                              std::to_string(usbSizeMb_ * 1024)},
-                             workDir_ + "/jobs.log");
+    task_.job = host_->Spawn(MakeStickCommand(), workDir_ + "/jobs.log");
     Enter(Phase::kUsbAttaching);
     return;
   }
@@ -324,6 +331,21 @@ void Bmc::UsbPhase(uint8_t step, Reply* r) {
     return;
   }
   r->cc = kCcWrongState;
+}
+
+// The stick's image: FAT on the whole device (superfloppy), FAT in one
+// partition starting at 1 MiB, or no file system at all (blank).
+std::vector<std::string> Bmc::MakeStickCommand() const {
+  const std::string kib = std::to_string(usbSizeMb_ * 1024);
+  if (usbLayout_ == "partitioned")
+    return {"sh", "-c",
+            "truncate -s \"$2\"K \"$1\" && "
+            "echo 'start=2048, type=6' | sfdisk -q \"$1\" && "
+            "mkfs.vfat --offset 2048 \"$1\" $(($2 - 1024))",
+            "sh", task_.device, kib};
+  if (usbLayout_ == "blank")
+    return {"truncate", "-s", kib + "K", task_.device};
+  return {"mkfs.vfat", "-C", task_.device, kib};
 }
 
 void Bmc::StatusOf(uint8_t id, Reply* r) {
@@ -472,12 +494,25 @@ void Bmc::StepTask() {
         return;
       }
       if (task_.attempt == 0 && !hook_.empty()) {
+        // The previous stick must be out before the next goes in.
+        if (detachJob_ > 0 && host_->PollJob(detachJob_, &code) == 0) return;
+        detachJob_ = 0;
         task_.attempt = 1;
         task_.job = host_->Spawn({hook_, "attach", task_.device},
                                  workDir_ + "/jobs.log");
         return;
       }
       Enter(Phase::kUsbReady);
+      return;
+    case Phase::kUsbReady:
+      // A host that never says the image is there: the BMC ends the
+      // session, pulls its stick and fails the task.
+      if (usbReadyTimeoutMs_ > 0 && elapsed >= usbReadyTimeoutMs_) {
+        if (!hook_.empty())
+          host_->Spawn({hook_, "detach", task_.device}, workDir_ + "/jobs.log");
+        Record("usb session timed out");
+        Fail(kStAbort);
+      }
       return;
     case Phase::kUsbDetaching:
       if (task_.job != 0 && host_->PollJob(task_.job, &code) == 0) return;
@@ -487,8 +522,11 @@ void Bmc::StepTask() {
       }
       task_.file = task_.device + ".k9";
       unlink(task_.file.c_str());
+      // A partitioned stick holds its FAT in the partition at 1 MiB.
       task_.job = host_->Spawn(
-          {"mcopy", "-n", "-i", task_.device, "::firmimg.k9", task_.file},
+          {"mcopy", "-n", "-i",
+           usbLayout_ == "partitioned" ? task_.device + "@@1M" : task_.device,
+           "::firmimg.k9", task_.file},
           workDir_ + "/jobs.log");
       Enter(Phase::kUsbReading);
       return;
@@ -776,6 +814,14 @@ std::string Bmc::Set(const std::string& key, const std::vector<std::string>& v) 
     fetchTimeoutS_ = static_cast<int>(a);
   } else if (key == "usb_size_mb" && one(4096, &a) && a > 0) {
     usbSizeMb_ = static_cast<unsigned>(a);
+  } else if (key == "usb_layout" && v.size() == 1 &&
+             (v[0] == "superfloppy" || v[0] == "partitioned" ||
+              v[0] == "blank")) {
+    usbLayout_ = v[0];
+  } else if (key == "usb_restart" && one(1, &a)) {
+    usbRestart_ = a == 1;
+  } else if (key == "usb_ready_timeout_ms" && one(3600000, &a)) {
+    usbReadyTimeoutMs_ = static_cast<int64_t>(a);
   } else if (key == "workdir" && v.size() == 1) {
     workDir_ = v[0];
   } else if (key == "hook" && v.size() <= 1) {

@@ -108,6 +108,7 @@ class Bmc {
   void StartTask(uint8_t source, uint8_t target, Reply* r);
   void UsbPhase(uint8_t step, Reply* r);
   void StatusOf(uint8_t id, Reply* r);
+  std::vector<std::string> MakeStickCommand() const;
   void GetConfig(const uint8_t* d, unsigned n, Reply* r);
   void SetConfig(const uint8_t* d, unsigned n, Reply* r);
   std::vector<uint8_t>* ConfigItem(uint8_t cid, uint8_t aid, uint8_t index);
@@ -175,6 +176,10 @@ class Bmc {
   std::string workDir_ = "/tmp";
   std::string hook_;
   unsigned usbSizeMb_ = 64;
+  std::string usbLayout_ = "superfloppy";
+  int64_t usbReadyTimeoutMs_ = 0;  // 0: the stick stays until phase 2
+  bool usbRestart_ = false;  // a new start ends an abandoned stick session
+  int detachJob_ = 0;        // that session's detach, still running
   std::vector<ScriptStep> script_;
 
   std::map<uint16_t, Fault> faults_;

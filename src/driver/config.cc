@@ -85,10 +85,12 @@ std::string NextPiece(const std::string& line, size_t* pos) {
 int ConfigConstructor() {
   G_pConfigHandle = new (std::nothrow) TConfigurationHandle();
   if (G_pConfigHandle == nullptr || !G_pConfigHandle->HasSettings()) return 1;
+  SetCurrentSettings(G_pConfigHandle->GetSettings());
   return 0;
 }
 
 int ConfigDestructor() {
+  SetCurrentSettings(nullptr);
   delete G_pConfigHandle;
   G_pConfigHandle = nullptr;
   return 0;

@@ -3,6 +3,7 @@
 #ifndef VRX_DRIVER_CONFIG_H_
 #define VRX_DRIVER_CONFIG_H_
 
+#include "common/run_state.h"
 #include "types.h"
 
 class TConfigurationHandle {

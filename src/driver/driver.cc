@@ -10,6 +10,7 @@
 #include "driver/config.h"
 #include "driver/options.h"
 #include "image/image_file.h"
+#include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
@@ -19,9 +20,6 @@
 #include "update/update_steps.h"
 #include "usb/write_firmware.h"
 
-uint8_t G_u8EntityID = 0;
-uint8_t G_u8HostNeedRebootFlag = 0;
-uint8_t G_u8BMCNeedReboot = 0;
 
 namespace {
 
@@ -203,6 +201,7 @@ void MainConstructor() {
   WriteFirmwareConstructor();
   FwUpdateConstructor();
   CheckFlagsConstructor();
+  COrvoUpdatePackage::SetRevisionReader(GetDeviceID);
 }
 
 void MainDestructor() {

@@ -5,16 +5,14 @@
 
 #include <stdint.h>
 
-extern uint8_t G_u8EntityID;
-extern uint8_t G_u8HostNeedRebootFlag;
-extern uint8_t G_u8BMCNeedReboot;
+// The run's flags (G_u8EntityID and the others) live one layer down.
+#include "common/run_state.h"
+#include "driver/options.h"
 
 void MainConstructor();
 void MainDestructor();
 
-// The file-name list: one zero-filled name of 256 characters.
-constexpr int kFwImageFileListCapacity = 1;
-constexpr int kFwImageFileNameSize = 256;
+// The file-name list (its size is in options.h): one zero-filled name.
 int CreateFwImageFilenameList(char*** list);
 int DeleteFwImageFilenameList(char*** list);
 

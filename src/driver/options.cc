@@ -9,8 +9,7 @@
 
 #include "bmc/bmc_handle.h"
 #include "driver/config.h"
-#include "driver/driver.h"
-#include "driver/return_code.h"
+#include "common/return_code.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
@@ -73,15 +72,11 @@ const sHelpTag G_asHelpList[] = {
     {eHelpNormal, ""},
 };
 
-uint8_t G_ForceUpdateFlag = 0;
 uint8_t G_InputFileFlag = 0;
 uint8_t G_HostIPFlag = 0;
 uint8_t G_UserNameFlag = 0;
 uint8_t G_PassWordFlag = 0;
 uint8_t G_LanFlag = 0;
-uint8_t G_RetryCountFlag = 0;
-uint8_t G_RetryIntervalFlag = 0;
-uint8_t G_DelayTimeFlag = 0;
 
 namespace {
 

@@ -5,7 +5,13 @@
 
 #include <stdint.h>
 
+#include "common/run_state.h"
 #include "types.h"
+
+// The image file-name list that the options fill: one name of 256
+// characters.
+constexpr int kFwImageFileListCapacity = 1;
+constexpr int kFwImageFileNameSize = 256;
 
 enum eOptionIdentificationTag : int32_t {
   eOptAdvHelp = 0,
@@ -76,15 +82,11 @@ extern const sArgumentRuleTag G_asArgumentRuleList[];
 extern const sHelpTag G_asHelpList[];
 
 // Flags set by the option parser and read by the driver and procedures.
-extern uint8_t G_ForceUpdateFlag;
 extern uint8_t G_InputFileFlag;
 extern uint8_t G_HostIPFlag;
 extern uint8_t G_UserNameFlag;
 extern uint8_t G_PassWordFlag;
 extern uint8_t G_LanFlag;
-extern uint8_t G_RetryCountFlag;
-extern uint8_t G_RetryIntervalFlag;
-extern uint8_t G_DelayTimeFlag;
 
 // The option-flag module's singleton pair: clears every flag and property.
 int CheckFlagsConstructor();

@@ -4,7 +4,7 @@
 
 #include <string.h>
 
-#include "driver/config.h"
+#include "common/run_state.h"
 #include "ipmi/command_record.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
@@ -21,7 +21,7 @@ void PrepareRecord(const char* title, sIPMIReqRespTag* record,
   G_pOutputMessageHandle->RedirectMessage(eRedirectDebug, "%s", title);
   memset(record, 0, sizeof(*record));
   sProgramSettingsTag* pSettings =
-      G_pConfigHandle != nullptr ? G_pConfigHandle->GetSettings() : nullptr;
+      CurrentSettings();
   record->u8RetryCount = pSettings != nullptr ? pSettings->u8IPMICommandRetry
                                               : kDefaultCommandRetry;
   record->u16RetryDelay = kRetryDelayMs;

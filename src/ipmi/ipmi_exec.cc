@@ -5,6 +5,7 @@
 
 #include "ipmi/kcs_transport.h"
 #include "ipmi/lan_transport.h"
+#include "ipmi/request_trace.h"
 #include "output/output.h"
 #include "platform/platform.h"
 
@@ -38,6 +39,12 @@ void TKCSDriverAPI::SetCompletionCode(unsigned char code) {
 
 int TKCSDriverAPI::InitTalkBMC() {
   if (pTalkBMC != nullptr && pTalkBMC->Init() != 0) return 0;
+  // "Failed to Load Library" stays as it is; the log and the debug trace
+  // say which library, where it was looked for and the loader's reason.
+  if (pTalkBMC != nullptr && !pTalkBMC->LoadReport().empty() &&
+      G_pOutputMessageHandle != nullptr)
+    G_pOutputMessageHandle->RedirectMessage(eRedirectDebug, "%s",
+                                            pTalkBMC->LoadReport().c_str());
   return RC_LOAD_LIBRARY_FAILED;
 }
 
@@ -142,48 +149,3 @@ unsigned char GetBMCSlaveAddress() { return G_chBMCAddress; }
 
 void SetBMCSlaveAddress(unsigned char address) { G_chBMCAddress = address; }
 
-void LogRequestData(unsigned char slaveAddress, unsigned char netFnLun,
-                    unsigned char command, const sIPMIReqRespTag* record) {
-  TOutputMessageHandle* out = G_pOutputMessageHandle;
-  out->RedirectMessage(eRedirectDebug, "   Request Info:\n");
-  out->RedirectMessage(
-      eRedirectDebug,
-      "   slave addr = 0x%02X  netfcn+lun = 0x%02X  command = 0x%02X\n",
-      slaveAddress, netFnLun, command);
-  out->RedirectMessage(eRedirectDebug, "   request data length = %d, data =",
-                       record->u16RequestDataLength);
-  unsigned count =
-      Bounded(record->u16RequestDataLength, sizeof(record->au8RequestData));
-  for (unsigned i = 0; i < count; ++i)
-    out->RedirectMessage(eRedirectDebug, " 0x%02X", record->au8RequestData[i]);
-  out->RedirectMessage(eRedirectDebug, "\n");
-}
-
-void LogResponseData(const sIPMIReqRespTag* record) {
-  TOutputMessageHandle* out = G_pOutputMessageHandle;
-  out->RedirectMessage(eRedirectDebug, "   Response Info:\n");
-  out->RedirectMessage(
-      eRedirectDebug, "   Completion Code = 0x%02x  Response Length = 0x%02x\n",
-      record->u8CompletionCode, record->u16ResponseLength);
-  out->RedirectMessage(eRedirectDebug, "   Response Data:");
-  unsigned count =
-      Bounded(record->u16ResponseLength, sizeof(record->au8ResponseData));
-  for (unsigned i = 0; i < count; ++i)
-    out->RedirectMessage(eRedirectDebug, " 0x%02x", record->au8ResponseData[i]);
-  out->RedirectMessage(eRedirectDebug, "\n");
-}
-
-void LogErrorResponseData(int status, const sIPMIReqRespTag* record) {
-  TOutputMessageHandle* out = G_pOutputMessageHandle;
-  out->RedirectMessage(eRedirectDebug, "   Response Error\n");
-  out->RedirectMessage(eRedirectDebug,
-                       "   Cmd Status = 0x%02x  IPMI Completion Code = 0x%02x  "
-                       "Response Len = 0x%02x\n",
-                       status, record->u8CompletionCode,
-                       record->u16ResponseLength);
-}
-
-int DelayMS(unsigned int ms) {
-  platform::GetEnv()->SleepMs(ms);
-  return 0;
-}

@@ -6,6 +6,8 @@
 #include <stdint.h>
 
 #include "types.h"
+// The request trace and DelayMS come with this module for its callers.
+#include "ipmi/request_trace.h"
 
 class TalkBMCviaKCS_OSA;
 
@@ -46,12 +48,5 @@ void SetExpectedCompletionCode(unsigned char code);
 unsigned char GetBMCSlaveAddress();
 void SetBMCSlaveAddress(unsigned char address);
 
-void LogRequestData(unsigned char slaveAddress, unsigned char netFnLun,
-                    unsigned char command, const sIPMIReqRespTag* record);
-void LogResponseData(const sIPMIReqRespTag* record);
-void LogErrorResponseData(int status, const sIPMIReqRespTag* record);
-
-// Sleeps through the platform clock, so tests never wait.
-int DelayMS(unsigned int ms);
 
 #endif  // VRX_IPMI_IPMI_EXEC_H_

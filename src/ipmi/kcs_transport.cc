@@ -12,8 +12,7 @@
 #include <unistd.h>
 
 #include <string>
-
-#include "output/output.h"
+#include <vector>
 
 const char* const SysIntfStr[] = {"NULL", "KCS", "SMIC", "BT"};
 const char* const RegSpaceStr[] = {"ByteBoundary", "ThirtyTwoBitBoundary",
@@ -31,6 +30,10 @@ RawEntryPoints g_sTestEntries = {nullptr, nullptr, nullptr, nullptr};
 void DebugTrace(const char*, ...) __attribute__((format(printf, 1, 2)));
 void DebugTrace(const char*, ...) {}
 
+#ifndef VRX_PRIVATE_LIBDIR
+#define VRX_PRIVATE_LIBDIR "../lib/vrxfwul"
+#endif
+
 // The directory of the running executable, where the library may be
 // shipped next to the utility. Never the current directory.
 std::string ExecutableDirectory() {
@@ -44,27 +47,39 @@ std::string ExecutableDirectory() {
   return achPath;
 }
 
-// One attempt; a failure is traced with the loader's own reason, since
-// "Failed to Load Library" alone names neither the library nor the cause.
-void* TryOpen(const std::string& name) {
-  void* pHandle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (pHandle == nullptr && G_pOutputMessageHandle != nullptr) {
-    const char* reason = dlerror();
-    G_pOutputMessageHandle->RedirectMessage(
-        eRedirectDebug, "\n   Cannot load %s: %s\n", name.c_str(),
-        reason != nullptr ? reason : "unknown reason");
-  }
-  return pHandle;
+std::string LastLoaderError() {
+  const char* pError = dlerror();
+  return pError != nullptr ? pError : "unknown reason";
 }
 
-// The loader's search (LD_LIBRARY_PATH, the cache, the system directories),
-// then the executable's own directory.
-void* OpenLibrary() {
-  void* pHandle = TryOpen(kLibraryName);
-  if (pHandle != nullptr) return pHandle;
+// Tries, in order: the loader's own search (LD_LIBRARY_PATH, ld.so.cache,
+// /lib, /usr/lib), the executable's own directory, the program's private
+// library directory (relative to the executable, or absolute). Each
+// failed try adds a line with the loader's reason to report.
+void* OpenLibrary(std::string* path, std::string* report) {
   std::string strDir = ExecutableDirectory();
-  if (strDir.empty()) return nullptr;
-  return TryOpen(strDir + "/" + kLibraryName);
+  std::vector<std::string> tries = {kLibraryName};
+  if (!strDir.empty()) tries.push_back(strDir + "/" + kLibraryName);
+  // The open library goes last, so a vendor library placed as before wins.
+  if (VRX_PRIVATE_LIBDIR[0] == '/')
+    tries.push_back(std::string(VRX_PRIVATE_LIBDIR) + "/" + kLibraryName);
+  else if (!strDir.empty())
+    tries.push_back(strDir + "/" VRX_PRIVATE_LIBDIR "/" + kLibraryName);
+  for (const std::string& strTry : tries) {
+    void* pHandle = dlopen(strTry.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (pHandle != nullptr) {
+      *path = strTry;
+      return pHandle;
+    }
+    // The loader's reason names the file it tried.
+    std::string strReason = LastLoaderError();
+    if (strTry == kLibraryName)
+      strReason = "the loader's search path: " + strReason;
+    else if (strReason.compare(0, strTry.size(), strTry) != 0)
+      strReason = strTry + ": " + strReason;
+    *report += "     " + strReason + "\n";
+  }
+  return nullptr;
 }
 
 const char* TableName(const char* const* table, int count, int value) {
@@ -100,22 +115,31 @@ int TalkBMCviaKCS_OSA::LoadLibrary() {
   if (g_bUseTestEntries) {
     sRaw = g_sTestEntries;
   } else {
-    pLibrary = OpenLibrary();
-    if (pLibrary == nullptr) return 0;
-    sRaw.pfnRawOpen = reinterpret_cast<RawOpenFn>(dlsym(pLibrary, "RawOpen"));
-    sRaw.pfnRawRequest =
-        reinterpret_cast<RawRequestFn>(dlsym(pLibrary, "RawRequest"));
+    std::string strTried;
+    pLibrary = OpenLibrary(&strLibraryPath, &strTried);
+    if (pLibrary == nullptr) {
+      strLoadReport = std::string("   ") + kLibraryName +
+                      " could not be loaded; tried, in order:\n" + strTried;
+      return 0;
+    }
+    dlerror();  // a null entry point then reports this lookup's reason
+    std::string strMissing;
+    auto Lookup = [&](const char* name) {
+      void* pSymbol = dlsym(pLibrary, name);
+      if (pSymbol == nullptr) strMissing += "     " + LastLoaderError() + "\n";
+      return pSymbol;
+    };
+    sRaw.pfnRawOpen = reinterpret_cast<RawOpenFn>(Lookup("RawOpen"));
+    sRaw.pfnRawRequest = reinterpret_cast<RawRequestFn>(Lookup("RawRequest"));
     sRaw.pfnRawIPMBRequest =
-        reinterpret_cast<RawIPMBRequestFn>(dlsym(pLibrary, "RawIPMBRequest"));
-    sRaw.pfnRawClose = reinterpret_cast<RawCloseFn>(dlsym(pLibrary, "RawClose"));
+        reinterpret_cast<RawIPMBRequestFn>(Lookup("RawIPMBRequest"));
+    sRaw.pfnRawClose = reinterpret_cast<RawCloseFn>(Lookup("RawClose"));
+    if (!strMissing.empty())
+      strLoadReport = std::string("   ") + kLibraryName + " loaded from " +
+                      strLibraryPath + " lacks an entry point:\n" + strMissing;
   }
   if (sRaw.pfnRawOpen == nullptr || sRaw.pfnRawRequest == nullptr ||
       sRaw.pfnRawIPMBRequest == nullptr || sRaw.pfnRawClose == nullptr) {
-    if (!g_bUseTestEntries && G_pOutputMessageHandle != nullptr)
-      G_pOutputMessageHandle->RedirectMessage(
-          eRedirectDebug,
-          "\n   %s lacks one of RawOpen, RawRequest, RawIPMBRequest, RawClose\n",
-          kLibraryName);
     UnloadLibrary();
     return 0;
   }
@@ -130,10 +154,15 @@ void TalkBMCviaKCS_OSA::UnloadLibrary() {
 
 int TalkBMCviaKCS_OSA::Init() {
   if (u32Handle != 0) return 1;
+  strLoadReport.clear();
   if (sRaw.pfnRawOpen == nullptr && LoadLibrary() == 0) return 0;
   u32Handle = sRaw.pfnRawOpen();
   if (u32Handle == 0) {
     DebugTrace("oops ... RawOpen failed!!\n");
+    strLoadReport = std::string("   ") + kLibraryName +
+                    (strLibraryPath.empty() ? std::string()
+                                            : " loaded from " + strLibraryPath) +
+                    ": RawOpen returned no handle\n";
     return 0;
   }
   return 1;

@@ -5,6 +5,8 @@
 
 #include <stdint.h>
 
+#include <string>
+
 enum SystemInterface { KCS = 1, SMIC = 2, BT = 3 };
 enum RegisterSpacing {
   ByteBoundary = 0,
@@ -77,6 +79,10 @@ class TalkBMCviaKCS_OSA {
   // nullptr restores loading libopenraw.so. The struct is copied.
   static void SetRawEntryPointsForTesting(const RawEntryPoints* entries);
 
+  // Why the last Init failed: the library name, each path tried and the
+  // loader's reason, one line each; empty after a success.
+  const std::string& LoadReport() const { return strLoadReport; }
+
  private:
   int LoadLibrary();
   void UnloadLibrary();
@@ -86,6 +92,8 @@ class TalkBMCviaKCS_OSA {
   uint8_t u8CompletionCode = 0xFF;
   void* pLibrary = nullptr;  // dlopen handle
   RawEntryPoints sRaw = {nullptr, nullptr, nullptr, nullptr};
+  std::string strLibraryPath;  // the path that loaded, as tried
+  std::string strLoadReport;
 };
 
 int ConvertIntfType(const char* name);

@@ -9,10 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "ipmi/ipmi_exec.h"
+#include "ipmi/request_trace.h"
 #include "output/output.h"
 #include "platform/platform.h"
-#include "update/firmware_update.h"
 
 uint8_t G_u8CipherValue = 0xFF;
 
@@ -24,13 +23,20 @@ const int kMaxTokens = 100;
 
 std::string Text(const char* text) { return text != nullptr ? text : ""; }
 
+sLanTargetTag (*g_targetSource)() = nullptr;
+
+sLanTargetTag CurrentTarget() {
+  if (g_targetSource != nullptr) return g_targetSource();
+  return sLanTargetTag{nullptr, nullptr, nullptr, nullptr};
+}
+
 // The request as an argument vector. The password never joins it: ipmitool
 // reads it from IPMI_PASSWORD (its -E option), so no process listing shows
 // it. *shown gets the same words as the trace prints them.
 platform::ProcessSpec BuildRequest(unsigned char netFnLun, unsigned char command,
                                    const sIPMIReqRespTag* record,
                                    std::string* shown) {
-  const TFirmwareUpdate* pUpdate = G_pFirmwareUpdate;
+  const sLanTargetTag target = CurrentTarget();
   platform::ProcessSpec spec;
   std::vector<std::string>& argv = spec.argv;
   argv.push_back(kToolName);
@@ -38,11 +44,10 @@ platform::ProcessSpec BuildRequest(unsigned char netFnLun, unsigned char command
     argv.push_back("-C");
     argv.push_back(std::to_string(G_u8CipherValue));
   }
-  argv.insert(argv.end(),
-              {"-I", Text(pUpdate ? pUpdate->GetLanIF() : nullptr), "-U",
-               Text(pUpdate ? pUpdate->GetUserName() : nullptr), "-E", "-H",
-               Text(pUpdate ? pUpdate->GetHostIP() : nullptr), "raw"});
-  spec.env = {"IPMI_PASSWORD=" + Text(pUpdate ? pUpdate->GetPassWord() : nullptr)};
+  argv.insert(argv.end(), {"-I", Text(target.pchInterface), "-U",
+                           Text(target.pchUser), "-E", "-H",
+                           Text(target.pchHost), "raw"});
+  spec.env = {"IPMI_PASSWORD=" + Text(target.pchPassword)};
   char achByte[10];
   snprintf(achByte, sizeof(achByte), "0x%02x", netFnLun >> 2);
   argv.push_back(achByte);
@@ -193,3 +198,5 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
   if (status != 0) *retryLimitReached = true;
   return status;
 }
+
+void SetLanTargetSource(sLanTargetTag (*source)()) { g_targetSource = source; }

@@ -12,4 +12,15 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
                      sIPMIReqRespTag* record, unsigned char slaveAddress,
                      bool* retryLimitReached);
 
+// The connection parameters of a request, read each time one is sent.
+struct sLanTargetTag {
+  const char* pchHost;
+  const char* pchUser;
+  const char* pchPassword;
+  const char* pchInterface;
+};
+// Where they come from: the update object, which keeps what the user gave,
+// registers itself here (null: every parameter empty).
+void SetLanTargetSource(sLanTargetTag (*source)());
+
 #endif  // VRX_IPMI_LAN_TRANSPORT_H_

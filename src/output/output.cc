@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "driver/return_code.h"
+#include "common/return_code.h"
 #include "platform/platform.h"
 
 TOutputMessageHandle* G_pOutputMessageHandle = nullptr;

@@ -9,11 +9,11 @@
 #include <new>
 #include <string>
 
-#include "ipmi/commands.h"
 
 COrvoUpdatePackage* COrvoUpdatePackage::s_OrvoUpdatePackage = nullptr;
 bool COrvoUpdatePackage::m_IsBMC = false;
 FILE* COrvoUpdatePackage::s_pStream = nullptr;
+COrvoUpdatePackage::RevisionReader COrvoUpdatePackage::s_pfnReadRevision = nullptr;
 
 namespace {
 
@@ -107,16 +107,16 @@ namespace {
 
 FILE* Stream(FILE* chosen) { return chosen != nullptr ? chosen : stdout; }
 
+}  // namespace
+
 // The BMC's firmware revision as the documents show it. A failed read
 // leaves the zeroes: the document is printed anyway.
-void ReadBMCRevision(unsigned char* major, unsigned char* minor) {
+void COrvoUpdatePackage::ReadBMCRevision(unsigned char* major, unsigned char* minor) {
   unsigned char revision[16] = {0};
-  GetDeviceID(revision);
+  if (s_pfnReadRevision != nullptr) s_pfnReadRevision(revision);
   *major = revision[0];
   *minor = revision[1];
 }
-
-}  // namespace
 
 void COrvoUpdatePackage::PrintXmlInventory(eReturnCodeTag rc) {
   FILE* out = Stream(s_pStream);

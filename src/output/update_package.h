@@ -37,6 +37,11 @@ class COrvoUpdatePackage {
   int AddComponent(int id, char* name, unsigned char major,
                    unsigned char minor);
 
+  // How the documents read the BMC's firmware revision (two bytes, major and
+  // minor); the driver installs the IPMI command. Without one they show 0.0.
+  typedef int (*RevisionReader)(unsigned char* revision);
+  static void SetRevisionReader(RevisionReader reader) { s_pfnReadRevision = reader; }
+
   // Tests only: forget the singleton (it is otherwise never deleted).
   static void ResetForTest();
   // Tests only: where the documents go; nullptr restores stdout.
@@ -44,6 +49,7 @@ class COrvoUpdatePackage {
 
  private:
   COrvoUpdatePackage() = default;
+  static void ReadBMCRevision(unsigned char* major, unsigned char* minor);
 
   struct sComponentTag {
     int32_t i32ComponentId;
@@ -64,6 +70,7 @@ class COrvoUpdatePackage {
   static COrvoUpdatePackage* s_OrvoUpdatePackage;
   static bool m_IsBMC;
   static FILE* s_pStream;  // null: stdout
+  static RevisionReader s_pfnReadRevision;
 };
 
 #endif  // VRX_OUTPUT_UPDATE_PACKAGE_H_

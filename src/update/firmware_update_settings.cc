@@ -4,17 +4,35 @@
 
 #include <new>
 
+#include "ipmi/lan_transport.h"
 #include "update/firmware_update.h"
+#include "usb/write_firmware.h"
 
 TFirmwareUpdate* G_pFirmwareUpdate = nullptr;
 
 // A failed allocation is reported as 1, never thrown.
+namespace {
+
+// What the LAN transport sends to: the values the user gave.
+sLanTargetTag LanTargetOfTheUpdate() {
+  const TFirmwareUpdate* update = G_pFirmwareUpdate;
+  if (update == nullptr) return sLanTargetTag{nullptr, nullptr, nullptr, nullptr};
+  return sLanTargetTag{update->GetHostIP(), update->GetUserName(),
+                       update->GetPassWord(), update->GetLanIF()};
+}
+
+}  // namespace
+
 int FwUpdateConstructor() {
   G_pFirmwareUpdate = new (std::nothrow) TFirmwareUpdate();
+  SetLanTargetSource(G_pFirmwareUpdate != nullptr ? LanTargetOfTheUpdate : nullptr);
+  SetUSBDeviceMinSizeMB(0);
   return G_pFirmwareUpdate != nullptr ? 0 : 1;
 }
 
 int FwUpdateDestructor() {
+  SetLanTargetSource(nullptr);
+  SetUSBDeviceMinSizeMB(0);
   delete G_pFirmwareUpdate;
   G_pFirmwareUpdate = nullptr;
   return 0;
@@ -35,6 +53,7 @@ void TFirmwareUpdate::SetUSBDeviceMinSize(const sImageHeaderTag* image) {
   uint32_t mib = size >> 20;
   if ((size & 0xFFFFF) != 0) ++mib;
   u8USBDeviceMinSize = static_cast<uint8_t>(mib);
+  SetUSBDeviceMinSizeMB(u8USBDeviceMinSize);
 }
 
 void TFirmwareUpdate::SetURI(const char* uri) {

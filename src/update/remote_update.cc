@@ -3,8 +3,7 @@
 // each one read back to make sure that it took.
 #include <string.h>
 
-#include "driver/config.h"
-#include "driver/options.h"
+#include "common/run_state.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
@@ -237,8 +236,8 @@ int TFirmwareUpdate::DoRemoteFwUpdate(const sBMCInformationTag* bmc) {
   sBMCInformationTag local;
   memset(&local, 0, sizeof(local));
   update_steps::CopyDeviceName(&local, bmc != nullptr ? bmc->achPlatformName : "");
-  if (G_pConfigHandle != nullptr && G_pConfigHandle->GetSettings() != nullptr) {
-    SetFwUpdateSettings(G_pConfigHandle->GetSettings());
+  if (CurrentSettings() != nullptr) {
+    SetFwUpdateSettings(CurrentSettings());
   }
 
   result = EnableRemoteFirmwareUpdate(1);

@@ -2,7 +2,7 @@
 // firmware.
 #include <string.h>
 
-#include "driver/driver.h"
+#include "common/run_state.h"
 #include "image/image_file.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"

@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "bmc/bmc_handle.h"
-#include "driver/config.h"
+#include "common/run_state.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
@@ -19,11 +19,6 @@ TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
 
 int ClearPrivateStorageStep(TFirmwareUpdate* update) {
   return update->GetClearPsMode() ? update->ClearPrivateStorage() : 0;
-}
-
-const sProgramSettingsTag* CurrentSettings() {
-  if (G_pConfigHandle == nullptr) return nullptr;
-  return G_pConfigHandle->GetSettings();
 }
 
 }  // namespace

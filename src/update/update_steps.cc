@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "driver/driver.h"
+#include "common/run_state.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"

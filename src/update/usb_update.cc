@@ -2,7 +2,7 @@
 // is a virtual USB device that the host fills.
 #include <string.h>
 
-#include "driver/config.h"
+#include "common/run_state.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
@@ -78,8 +78,8 @@ int TFirmwareUpdate::DoUSBFwUpdate(const sBMCInformationTag* bmc,
   if (image == nullptr || image->achFileName[0] == '\0') {
     result = RC_FILE_NOT_FOUND;
   }
-  if (G_pConfigHandle != nullptr && G_pConfigHandle->GetSettings() != nullptr) {
-    SetFwUpdateSettings(G_pConfigHandle->GetSettings());
+  if (CurrentSettings() != nullptr) {
+    SetFwUpdateSettings(CurrentSettings());
   }
 
   if (result == 0) {

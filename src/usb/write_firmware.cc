@@ -12,7 +12,6 @@
 #include "image/image_file.h"
 #include "output/output.h"
 #include "platform/platform.h"
-#include "update/firmware_update.h"
 
 const char G_chMountedOnLayer1[3][64] = {"/media", "/mnt", "/tmp"};
 const char G_chMountedOnLayer2[32] = "scrtch";
@@ -34,6 +33,7 @@ TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
 
 // The scratch directory this run made, for the clean-up after an interrupt.
 std::string g_createdScratch;
+int g_minSizeMB = 0;
 
 bool IsLayer1Parent(const std::string& path, size_t* index) {
   for (size_t i = 0; i < 3; ++i) {
@@ -229,6 +229,8 @@ void JoinNames(const std::vector<std::string>& names, std::string* joined) {
 
 }  // namespace
 
+void SetUSBDeviceMinSizeMB(int sizeMB) { g_minSizeMB = sizeMB; }
+
 platform::ProcessResult RunUsbCommand(const std::string& command, bool capture) {
   platform::ProcessSpec spec = platform::ShellCommand(
       command, capture ? platform::ChildOutput::kCaptureStdout
@@ -420,9 +422,7 @@ int CreateAndMountUSBDevice(const char* device) {
 }
 
 int TWriteFirmware::IsMountedOnDirectoryFound() {
-  int minSizeMB = G_pFirmwareUpdate != nullptr
-                      ? G_pFirmwareUpdate->GetUSBDeviceMinSize()
-                      : 0;
+  const int minSizeMB = g_minSizeMB;
   Out().RedirectMessage(eRedirectDebug, "\n     Get virtual media info");
   platform::ProcessResult df = RunUsbCommand("df -Th", true);
   if (!df.started) {

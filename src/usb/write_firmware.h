@@ -69,6 +69,10 @@ platform::ProcessResult RunUsbCommand(const std::string& command, bool capture);
 // True when command ran and exited with status 0.
 bool RunUsbCommandOk(const std::string& command);
 
+// The smallest device, in MiB, that can hold the image; the update sets it
+// before the device is looked for (0: any size).
+void SetUSBDeviceMinSizeMB(int sizeMB);
+
 // Tests only: the flags are otherwise never reset.
 void ResetMountFlagsForTest();
 

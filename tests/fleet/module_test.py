@@ -126,7 +126,7 @@ class Helpers(unittest.TestCase):
         with open(os.path.join(SRC, 'src/types.h')) as handle:
             values = {m.group(1): int(m.group(2))
                       for m in re.finditer(r'\b(RC_[A-Z0-9_]+) = (\d+)', handle.read())}
-        with open(os.path.join(SRC, 'src/driver/return_code.cc')) as handle:
+        with open(os.path.join(SRC, 'src/common/return_code.cc')) as handle:
             text = handle.read()
         program = {}
         for m in re.finditer(r'\{(RC_[A-Z0-9_]+),\s*((?:"(?:[^"\\]|\\.)*"\s*)+)\}', text):

@@ -193,7 +193,10 @@ TEST_F(ExecuteCommandTest, ClosedChannelEndsInRetryLimit) {
   EXPECT_EQ(0xFF, record.u8CompletionCode);
   std::string attempt =
       RequestTrace(0x20, 0x18, 0x01, {}) + ErrorTrace(1, 0xFF, 0x80);
-  EXPECT_EQ(attempt + "   Retry 1\n" + attempt, Log());
+  // The failed open is traced first, naming the library and the reason.
+  EXPECT_EQ("   libopenraw.so: RawOpen returned no handle\n" + attempt +
+                "   Retry 1\n" + attempt,
+            Log());
 }
 
 TEST_F(ExecuteCommandTest, LanReplacesTheKcsResult) {

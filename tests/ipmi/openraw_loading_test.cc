@@ -96,10 +96,39 @@ TEST_F(MissingLibrary, InitFailsWithLoadError) {
   EXPECT_EQ("", RequestLog());
 }
 
+// The message stays "Failed to Load Library"; the log names the library,
+// every place tried, in order, and the loader's reason for each.
+TEST_F(MissingLibrary, LogNamesEachPathTriedAndTheReason) {
+  cap.OpenLog();
+  EXPECT_EQ(12, InitKcsDriver());
+  std::string log = cap.Log();
+  EXPECT_EQ(0u, log.find("   libopenraw.so could not be loaded; tried, in order:\n"
+                         "     the loader's search path: libopenraw.so: "
+                         "cannot open shared object file"))
+      << log;
+  // Beside the program first, the private directory last.
+  size_t beside = log.find("/libopenraw.so: cannot open");
+  size_t privateDir = log.find("/../lib/vrxfwul/libopenraw.so: cannot open");
+  EXPECT_NE(std::string::npos, privateDir) << log;
+  EXPECT_LT(beside, privateDir) << log;
+  EXPECT_EQ("", cap.Out());  // a trace line, not console text
+}
+
 using MissingSymbol = MissingLibrary;
 
 TEST_F(MissingSymbol, InitFailsWithLoadError) {
   EXPECT_EQ(12, InitKcsDriver());
+}
+
+TEST_F(MissingSymbol, LogNamesTheMissingEntryPoint) {
+  cap.OpenLog();
+  EXPECT_EQ(12, InitKcsDriver());
+  std::string log = cap.Log();
+  EXPECT_EQ(0u, log.find("   libopenraw.so loaded from libopenraw.so lacks an "
+                         "entry point:\n     "))
+      << log;
+  EXPECT_NE(std::string::npos, log.find("undefined symbol: RawIPMBRequest\n"))
+      << log;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/kcs_transport.h"
 #include "output/output.h"
@@ -92,6 +93,8 @@ const std::string kFailure =
 class UpdatePackageTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    // As the driver does: the documents read the revision with Get Device ID.
+    COrvoUpdatePackage::SetRevisionReader(GetDeviceID);
     g_bmc = DeviceIdBmc();
     RawEntryPoints entries = {FakeOpen, FakeRequest, FakeIPMBRequest,
                               FakeClose};

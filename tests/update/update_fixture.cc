@@ -6,10 +6,12 @@
 #include "driver/config.h"
 #include "driver/driver.h"
 #include "driver/options.h"
+#include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
+#include "output/update_package.h"
 #include "platform/platform.h"
-#include "update/firmware_update.h"
 #include "platform/signals.h"
+#include "update/firmware_update.h"
 #include "usb/write_firmware.h"
 
 namespace update_testing {
@@ -100,6 +102,7 @@ void UpdateTest::SetUp() {
   // The program's own policy, so that a signal raised inside a fake is
   // recorded as it would be in the real process.
   platform::InstallSignalPolicy();
+  COrvoUpdatePackage::SetRevisionReader(GetDeviceID);
   platform::ClearSignalForTest();
   installed_.reset(new testing_support::InstalledBmc(&bmc));
   ASSERT_EQ(0, InitKcsDriver());

@@ -1,6 +1,7 @@
 // The fdisk listing parser and the difference of two listings, fed with
 // real recorded listings and with hand-made bad input.
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include "usb/write_firmware.h"
 #include "usb_fixture.h"
@@ -39,6 +40,24 @@ TEST_F(GetBlockDeviceList, RecordedListingOfOnePartitionedDisk) {
           Read("/dev/loop0p1       2048 131071  129024  63M  6 FAT16\n") +
           "\n         Save partition name \"/dev/loop0p1\"",
       Log());
+}
+
+// fdisk and df are run in the C locale: under a German locale the same
+// listing would read "Festplatte ... Bytes" and no disk would be found.
+TEST_F(GetBlockDeviceList, ListingIsReadInTheCLocaleWhateverTheUsers) {
+  env.process_handler = [](const platform::ProcessSpec& spec, CommandResult* r) {
+    bool cLocale = false;
+    for (const std::string& e : spec.env) cLocale = cLocale || e == "LC_ALL=C";
+    r->output = cLocale ? "Disk /dev/sdb: 64 MiB, 67108864 bytes, 131072 sectors\n"
+                        : "Festplatte /dev/sdb: 64 MiB, 67108864 Bytes, 131072 Sektoren\n";
+    return true;
+  };
+  setenv("LC_ALL", "de_DE.UTF-8", 1);
+  EXPECT_EQ(0, Wf().GetBlockDeviceList());
+  unsetenv("LC_ALL");
+  EXPECT_EQ(Names{"/dev/sdb"}, G_astrDiskList);
+  ASSERT_EQ(1u, env.processes.size());
+  EXPECT_EQ(std::vector<std::string>{"LC_ALL=C"}, env.processes[0].env);
 }
 
 // The unit lines hold "/" and "bytes" but no "Disk"; the identifier line

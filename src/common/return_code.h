@@ -1,7 +1,7 @@
 // The return-code vocabulary: one table of code and message, scanned front
 // to back, and the conversion of setter results into option codes.
-#ifndef VRX_DRIVER_RETURN_CODE_H_
-#define VRX_DRIVER_RETURN_CODE_H_
+#ifndef VRX_COMMON_RETURN_CODE_H_
+#define VRX_COMMON_RETURN_CODE_H_
 
 #include "types.h"
 
@@ -20,4 +20,4 @@ const char* ReturnCodeText(int code);
 // Setter result to option return code: 0 -> 0, 9 -> 8, 10 -> 9, other -> 0.
 int MapOptionReturnCode(eReturnCodeTag code);
 
-#endif  // VRX_DRIVER_RETURN_CODE_H_
+#endif  // VRX_COMMON_RETURN_CODE_H_

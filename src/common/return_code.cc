@@ -1,4 +1,4 @@
-#include "driver/return_code.h"
+#include "common/return_code.h"
 
 const sErrorMapTag asErrorMap[] = {
     {RC_SUCCESS, "Success"},

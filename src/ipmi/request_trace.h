@@ -1,0 +1,16 @@
+// The trace lines of one request (debug output and log) and the pause
+// between attempts, shared by request execution and both transports.
+#ifndef VRX_IPMI_REQUEST_TRACE_H_
+#define VRX_IPMI_REQUEST_TRACE_H_
+
+#include "types.h"
+
+void LogRequestData(unsigned char slaveAddress, unsigned char netFnLun,
+                    unsigned char command, const sIPMIReqRespTag* record);
+void LogResponseData(const sIPMIReqRespTag* record);
+void LogErrorResponseData(int status, const sIPMIReqRespTag* record);
+
+// Sleeps through the platform clock, so tests never wait. Returns 0.
+int DelayMS(unsigned int ms);
+
+#endif  // VRX_IPMI_REQUEST_TRACE_H_

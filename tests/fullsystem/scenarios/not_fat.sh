@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# A stick without a FAT file system: fdisk -l finds it, mount fails.
+set -uo pipefail
+source "$(dirname "$0")/../lib.sh"
+fs_enter --bmc "set usb_layout blank"
+
+vrx-mkimage -o image.bin -v 2.07.3 -p 3 >/dev/null
+fs_file image.bin
+fs_guest <<'GUEST'
+run_program -e=0 -i=/scenario/image.bin -f
+report_state
+GUEST
+fs_boot
+
+check_eq "exit status (Detect Virtual USB Device Failed)" 21 "$(fs_value rc)"
+check_contains "message" "USB Device is not found" "$(fs_section stderr)"
+check_contains "mount's own complaint" "mount" "$(fs_section stdout)$(fs_section stderr)"
+mounts=$(fs_section mounts)
+check_not_contains "nothing mounted on a scratch directory" "scrtch" "$mounts"
+check_not_contains "no stick mounted" "/dev/sdb" "$mounts"
+# Today's clean-up removes the directories it made only when it found
+# something mounted, so a failed mount leaves its empty scratch directory
+# (the release step's documented behaviour). Pinned here until that is
+# decided otherwise; then this becomes fs_check_clean.
+check_eq "what is left: only the empty scratch directory" "VRXGUEST left /media/scrtch" \
+  "$(grep '^VRXGUEST left' <<<"$FS_CONSOLE")"
+fs_times
+e2e_finish
