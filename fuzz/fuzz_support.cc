@@ -64,4 +64,12 @@ std::string WriteTempFile(const char* tag, const uint8_t* data, size_t size) {
   return path;
 }
 
+bool InstallKcsOnce(const RawEntryPoints& entries) {
+  static const bool installed = [&entries] {
+    TalkBMCviaKCS_OSA::SetRawEntryPointsForTesting(&entries);
+    return InitKcsDriver() == 0;
+  }();
+  return installed;
+}
+
 }  // namespace fuzzing

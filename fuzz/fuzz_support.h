@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "ipmi/kcs_transport.h"
 #include "support/fake_env.h"
 
 namespace fuzzing {
@@ -21,6 +22,10 @@ struct World {
   int command_status = 0;      // its wait status
 };
 World& TheWorld();
+
+// Routes the KCS channel to entries (the fuzzer's own BMC) and opens it
+// once per process; false when that failed.
+bool InstallKcsOnce(const RawEntryPoints& entries);
 
 // Consumes bytes from the front of an input.
 class Reader {

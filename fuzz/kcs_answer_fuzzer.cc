@@ -54,12 +54,7 @@ int IPMBRequest(uint32_t, unsigned char, unsigned char, unsigned char,
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzzing::TheWorld();
-  static bool installed = [] {
-    RawEntryPoints entries = {Open, Request, IPMBRequest, Close};
-    TalkBMCviaKCS_OSA::SetRawEntryPointsForTesting(&entries);
-    return InitKcsDriver() == 0;
-  }();
-  if (!installed) return 0;
+  if (!fuzzing::InstallKcsOnce({Open, Request, IPMBRequest, Close})) return 0;
 
   fuzzing::Reader answers(data, size);
   g_answers = &answers;

@@ -17,11 +17,6 @@ namespace {
 
 const uint8_t kBMCSlaveAddress = 0x20;
 
-// Number of bytes of a 128-byte record field that a length may cover.
-unsigned Bounded(unsigned length, unsigned capacity) {
-  return length < capacity ? length : capacity;
-}
-
 }  // namespace
 
 int IPMICommandConstructor() { return 0; }
@@ -97,10 +92,10 @@ int TKCSDriverAPI::SendReqGetResp(unsigned char slaveAddress,
   unsigned char lun = netFnLun & 0x03;
   unsigned char netFn = (netFnLun >> 2) & 0x3F;
   // Neither side of the record may be passed beyond its 128 bytes.
-  unsigned char length = static_cast<unsigned char>(Bounded(
+  unsigned char length = static_cast<unsigned char>(BoundedLength(
       record->u16RequestDataLength & 0xFF, sizeof(record->au8RequestData)));
   record->u16ResponseLength = static_cast<uint16_t>(
-      Bounded(record->u16ResponseLength, sizeof(record->au8ResponseData)));
+      BoundedLength(record->u16ResponseLength, sizeof(record->au8ResponseData)));
   if (slaveAddress == kBMCSlaveAddress)
     return pTalkBMC->requestBMC(netFn, command, lun, record->au8RequestData,
                                 length, record->au8ResponseData,

@@ -5,14 +5,9 @@
 #include "output/output.h"
 #include "platform/platform.h"
 
-namespace {
-
-// Number of bytes of a 128-byte record field that a length may cover.
-unsigned Bounded(unsigned length, unsigned capacity) {
+unsigned BoundedLength(unsigned length, unsigned capacity) {
   return length < capacity ? length : capacity;
 }
-
-}  // namespace
 
 void LogRequestData(unsigned char slaveAddress, unsigned char netFnLun,
                     unsigned char command, const sIPMIReqRespTag* record) {
@@ -25,7 +20,7 @@ void LogRequestData(unsigned char slaveAddress, unsigned char netFnLun,
   out->RedirectMessage(eRedirectDebug, "   request data length = %d, data =",
                        record->u16RequestDataLength);
   unsigned count =
-      Bounded(record->u16RequestDataLength, sizeof(record->au8RequestData));
+      BoundedLength(record->u16RequestDataLength, sizeof(record->au8RequestData));
   for (unsigned i = 0; i < count; ++i)
     out->RedirectMessage(eRedirectDebug, " 0x%02X", record->au8RequestData[i]);
   out->RedirectMessage(eRedirectDebug, "\n");
@@ -39,7 +34,7 @@ void LogResponseData(const sIPMIReqRespTag* record) {
       record->u8CompletionCode, record->u16ResponseLength);
   out->RedirectMessage(eRedirectDebug, "   Response Data:");
   unsigned count =
-      Bounded(record->u16ResponseLength, sizeof(record->au8ResponseData));
+      BoundedLength(record->u16ResponseLength, sizeof(record->au8ResponseData));
   for (unsigned i = 0; i < count; ++i)
     out->RedirectMessage(eRedirectDebug, " 0x%02x", record->au8ResponseData[i]);
   out->RedirectMessage(eRedirectDebug, "\n");

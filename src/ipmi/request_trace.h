@@ -10,6 +10,9 @@ void LogRequestData(unsigned char slaveAddress, unsigned char netFnLun,
 void LogResponseData(const sIPMIReqRespTag* record);
 void LogErrorResponseData(int status, const sIPMIReqRespTag* record);
 
+// Number of bytes of a record field of capacity bytes that length may cover.
+unsigned BoundedLength(unsigned length, unsigned capacity);
+
 // Sleeps through the platform clock, so tests never wait. Returns 0.
 int DelayMS(unsigned int ms);
 
