@@ -13,6 +13,7 @@
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
+#include "ipmi/request_kind.h"
 #include "output/output.h"
 #include "output/update_package.h"
 #include "platform/platform.h"
@@ -246,6 +247,7 @@ int RunMain(int argc, char** argv) {
   G_u8BMCNeedReboot = 0;
   G_u8CipherValue = 0xFF;
   update_steps::ResetInterruptNotes();
+  ResetStateChangeNote();
 
   // 1. Objects, then the settings file so that the options win over it.
   sImageHeaderTag emptyHeader;

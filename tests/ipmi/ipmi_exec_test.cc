@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ipmi/request_kind.h"
 #include "ipmi_fixture.h"
 
 namespace ipmi_testing {
@@ -210,6 +211,34 @@ TEST_F(ExecuteCommandTest, LanReplacesTheKcsResult) {
   EXPECT_EQ(1u, Requests().size());  // the KCS attempt happened and failed
   EXPECT_EQ(1u, env.commands.size());
   EXPECT_EQ(std::vector<uint8_t>{0x01}, Bytes(record));
+}
+
+TEST_F(ExecuteCommandTest, ReadOnlyChannelNeverSendsAChange) {
+  SetReadOnlyChannel(true);
+  ResetStateChangeNote();
+  sIPMIReqRespTag reset = NewRecord(2);
+  EXPECT_EQ(1, ExecuteCommand(0x20, 0x06 << 2, 0x02, &reset));
+  sIPMIReqRespTag read = NewRecord(2);
+  bmc.On(0x06, 0x01, {BmcAnswer::Reply({0x20})});
+  EXPECT_EQ(0, ExecuteCommand(0x20, 0x06 << 2, 0x01, &read));
+  SetReadOnlyChannel(false);
+  EXPECT_EQ(std::vector<std::string>{"06 01"}, Requests());
+  EXPECT_FALSE(StateChangingRequestSent());
+  EXPECT_NE(std::string::npos,
+            Log().find("   Not sent: NetFn 0x06 command 0x02 would change the BMC\n"));
+}
+
+TEST_F(ExecuteCommandTest, AChangeSentIsNoted) {
+  ResetStateChangeNote();
+  sIPMIReqRespTag read = NewRecord(2);
+  bmc.On(0x06, 0x01, {BmcAnswer::Reply({0x20})});
+  EXPECT_EQ(0, ExecuteCommand(0x20, 0x06 << 2, 0x01, &read));
+  EXPECT_FALSE(StateChangingRequestSent());
+  sIPMIReqRespTag reset = NewRecord(2);
+  bmc.On(0x06, 0x02, {BmcAnswer::Reply({})});
+  EXPECT_EQ(0, ExecuteCommand(0x20, 0x06 << 2, 0x02, &reset));
+  EXPECT_TRUE(StateChangingRequestSent());
+  ResetStateChangeNote();
 }
 
 class DriverLifecycleTest : public IpmiTest {};
