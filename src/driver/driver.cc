@@ -9,6 +9,7 @@
 #include "bmc/bmc_handle.h"
 #include "driver/config.h"
 #include "driver/options.h"
+#include "driver/preflight.h"
 #include "image/image_file.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
@@ -273,11 +274,17 @@ int RunMain(int argc, char** argv) {
   if (rc == RC_SUCCESS)
     G_pOutputMessageHandle->OutuptUtilityConfiguration(
         G_pConfigHandle->GetSettings());
-  if (rc == RC_SUCCESS && G_EnableIPMILan == 0) rc = InitKcsDriver();
-  if (rc == RC_SUCCESS) rc = G_pBMCHandle->SearchBMCDevices();
+  // The pre-flight check runs the steps that change nothing, then ends.
+  const bool check = rc == RC_SUCCESS && CheckRequested();
+  if (check)
+    rc = RunPreflightCheck({fileList, fileCount,
+                            G_pBMCHandle->GetFwUpdateMode() == eFwUpdateModeRemote,
+                            LockPathForTarget(), configRc});
+  if (rc == RC_SUCCESS && !check && G_EnableIPMILan == 0) rc = InitKcsDriver();
+  if (rc == RC_SUCCESS && !check) rc = G_pBMCHandle->SearchBMCDevices();
 
   // 8.-9. The inventory needs no questions and no update.
-  const bool inventory = COrvoUpdatePackage::XmlInventoryMode();
+  const bool inventory = COrvoUpdatePackage::XmlInventoryMode() || check;
   if (rc == RC_SUCCESS && !inventory) {
     if (!AskEntityQuestions()) {
       // A refused BIOS update ends here, without report or clean-up.

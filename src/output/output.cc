@@ -93,6 +93,10 @@ void TOutputMessageHandle::RedirectMessage(eRedirectModeTag mode,
   if (toLog) WriteString(pLogFile, text);
 }
 
+void TOutputMessageHandle::WriteDocument(const std::string& text) {
+  WriteString(ConsoleOut(), text.c_str());
+}
+
 int TOutputMessageHandle::OpenLogFile(const char* path, int argc,
                                       char** argv) {
   // Never through a symbolic link, never anything but a regular file, and

@@ -24,6 +24,9 @@ class TOutputMessageHandle {
   void RedirectMessage(eRedirectModeTag mode, const char* format, ...)
       __attribute__((format(printf, 3, 4)));
   void WriteString(FILE* stream, const char* text);
+  // A whole document (XML) for standard output, whatever the output mode;
+  // it is not logged.
+  void WriteDocument(const std::string& text);
 
   int OpenLogFile(const char* path, int argc, char** argv);
   void CloseLogFile();

@@ -212,6 +212,27 @@ class PosixEnv : public Env {
     *sectors = count;
     return 0;
   }
+  bool CanExecute(const std::string& program) override {
+    if (program.empty()) return false;
+    if (program.find('/') != std::string::npos)
+      return access(program.c_str(), X_OK) == 0;
+    const char* path = getenv("PATH");
+    std::string directories = path != nullptr ? path : "/usr/bin:/bin";
+    size_t start = 0;
+    while (start <= directories.size()) {
+      size_t end = directories.find(':', start);
+      if (end == std::string::npos) end = directories.size();
+      std::string directory = directories.substr(start, end - start);
+      if (directory.empty()) directory = ".";
+      const std::string candidate = directory + "/" + program;
+      struct stat st;
+      if (stat(candidate.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+          access(candidate.c_str(), X_OK) == 0)
+        return true;
+      start = end + 1;
+    }
+    return false;
+  }
 
  private:
   std::map<std::string, int> locks_;

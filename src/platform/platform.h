@@ -92,6 +92,10 @@ class Env {
   // the size request fails.
   virtual int BlockDeviceSectors(const std::string& path,
                                  unsigned long* sectors) = 0;
+
+  // program may be executed by this process: a name with a slash as it
+  // stands, any other name as the shell would find it on PATH.
+  virtual bool CanExecute(const std::string& program) = 0;
 };
 
 // The environment in force: the real OS unless a test installed another.

@@ -55,6 +55,14 @@ std::vector<std::string> ExtractDiffDiskPartition(
     bool disks, std::vector<std::string> earlier,
     std::vector<std::string> later);
 int CreateMountedDirectory(char* path, size_t size);
+// Where CreateMountedDirectory would mount the device, decided the same way
+// but without creating or changing anything (scratch_plan.cc). 0 with the
+// path and whether the run would create it; 1 with the reason when no
+// parent can hold it or a mount is already in the way.
+int PlanScratchDirectory(std::string* path, bool* wouldCreate,
+                         std::string* reason);
+// The programs the virtual-USB update runs; a missing one ends the update.
+extern const char* const G_apchUsbTools[4];
 int CreateAndMountUSBDevice(const char* device);
 int UnmountUSBDevice(const char* directory);
 int DeleteMountedDirectory(const char* directory);

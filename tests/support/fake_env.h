@@ -93,6 +93,11 @@ class FakeEnv : public platform::Env {
   void Unlock(const std::string& path) override { locks.erase(path); }
   int BlockDeviceSectors(const std::string& path,
                          unsigned long* sectors) override;
+  // Programs that may be run, by the name the product asks for.
+  std::set<std::string> executables;
+  bool CanExecute(const std::string& program) override {
+    return executables.count(program) != 0;
+  }
 
  private:
   CommandResult Lookup(const std::string& command);
