@@ -458,7 +458,7 @@ int TWriteFirmware::IsMountedOnDirectoryFound() {
   if (!passed) {
     Out().RedirectMessage(eRedirectDebug,
                           "\n       Virtual USB device not found");
-    return 52;
+    return RC_USB_NOT_FOUND;
   }
   // Both fit: IsStickLine refused longer names.
   memcpy(achDeviceName, found.fileSystem.c_str(), found.fileSystem.size() + 1);
@@ -481,7 +481,7 @@ int TWriteFirmware::TestVirtualUSBDevice() {
   }
   if (rc != 0 || sectors == 0) {
     Out().RedirectMessage(eRedirectDebug, "\n         USB device size <= 0");
-    return 46;
+    return RC_USB_SIZE_QUERY_FAILED;
   }
   u32SectorCount = static_cast<uint32_t>(sectors);
   u32SectorSize = 512;
@@ -507,7 +507,7 @@ int TWriteFirmware::WriteFileToUSBKey(const char* path) {
   if (WriteFwImageFile(path, target.c_str()) != 0) {
     Out().RedirectMessage(eRedirectNormal, "\r   Copy %s to %s Failed\n", path,
                           target.c_str());
-    return 53;
+    return RC_USB_COPY_FAILED;
   }
   Out().RedirectMessage(eRedirectDebug, " OK");
   return 0;

@@ -45,7 +45,7 @@ TEST_F(ExecuteCommandTest, TraceIsExactText) {
 TEST_F(ExecuteCommandTest, RetryCountTwoThreeFailuresNumbersRetries) {
   sIPMIReqRespTag record = NewRecord(2);
   bmc.On(0x08, 0x11, {BmcAnswer::Code(0xC1)});
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x20, 0x11, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x20, 0x11, &record));
   std::string attempt =
       RequestTrace(0x20, 0x20, 0x11, {}) + ResponseTrace(0xC1, {});
   EXPECT_EQ(attempt + "   Retry 1\n" + attempt + "   Retry 2\n" + attempt,
@@ -60,7 +60,7 @@ TEST_F(ExecuteCommandTest, RetryCountTwoThreeFailuresNumbersRetries) {
 TEST_F(ExecuteCommandTest, RetryCountZeroMakesOneAttemptAndStillWaits) {
   sIPMIReqRespTag record = NewRecord(0);
   bmc.On(0x08, 0x11, {BmcAnswer::Code(0xC0)});
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x20, 0x11, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x20, 0x11, &record));
   EXPECT_EQ(1u, Requests().size());
   EXPECT_EQ(std::vector<unsigned>{1000}, env.sleeps);
   EXPECT_EQ(std::string::npos, Log().find("Retry"));
@@ -105,7 +105,7 @@ TEST_F(ExecuteCommandTest, CompletionCodeOneIsAFailureUnlessExpected) {
   sIPMIReqRespTag record = NewRecord(1);
   bmc.On(0x30, 0x02, {BmcAnswer::Reply({0x10}, 0x01)});
   SetExpectedCompletionCode(0x00);
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x30 << 2, 0x02, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x30 << 2, 0x02, &record));
   EXPECT_EQ(2u, Requests().size());
 }
 
@@ -113,7 +113,7 @@ TEST_F(ExecuteCommandTest, UnexpectedCodeIsRetriedAndKeptInTheRecord) {
   sIPMIReqRespTag record = NewRecord(4);
   bmc.On(0x08, 0x01, {BmcAnswer::Code(0xC1)});
   SetExpectedCompletionCode(0x01);
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x20, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x20, 0x01, &record));
   EXPECT_EQ(5u, Requests().size());
   EXPECT_EQ(0xC1, record.u8CompletionCode);
 }
@@ -121,7 +121,7 @@ TEST_F(ExecuteCommandTest, UnexpectedCodeIsRetriedAndKeptInTheRecord) {
 TEST_F(ExecuteCommandTest, TransportFailureIsTracedAndRetried) {
   sIPMIReqRespTag record = NewRecord(1);
   bmc.On(0x06, 0x01, {BmcAnswer::Failure(2)});
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x18, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x18, 0x01, &record));
   std::string attempt =
       RequestTrace(0x20, 0x18, 0x01, {}) + ErrorTrace(2, 0xFF, 0x80);
   EXPECT_EQ(attempt + "   Retry 1\n" + attempt, Log());
@@ -132,7 +132,7 @@ TEST_F(ExecuteCommandTest, TransportFailureIsTracedAndRetried) {
 TEST_F(ExecuteCommandTest, NoAnswerIsTheLibraryReceiveError) {
   sIPMIReqRespTag record = NewRecord(0);
   bmc.On(0x06, 0x01, {BmcAnswer::Silent()});
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x18, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x18, 0x01, &record));
   EXPECT_NE(std::string::npos, Log().find(ErrorTrace(3, 0xFF, 0x80)));
 }
 
@@ -189,7 +189,7 @@ TEST_F(ExecuteCommandTest, ClosedChannelEndsInRetryLimit) {
   EXPECT_EQ(12, InitKcsDriver());
   ASSERT_NE(nullptr, G_pKCSDriverAPI);  // the object stays
   sIPMIReqRespTag record = NewRecord(1);
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x18, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x18, 0x01, &record));
   EXPECT_TRUE(Requests().empty());
   EXPECT_EQ(0xFF, record.u8CompletionCode);
   std::string attempt =
@@ -302,7 +302,7 @@ TEST_F(DriverLifecycleTest, ResultIsOnlyZeroOneOr256) {
   stub->status = 7;
   EXPECT_EQ(1, ExecuteCommand(0x20, 0x18, 0x01, &record));
   stub->limit = true;
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x18, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x18, 0x01, &record));
   stub->status = 0;
   EXPECT_EQ(0, ExecuteCommand(0x20, 0x18, 0x01, &record));
 }

@@ -230,7 +230,7 @@ TEST_F(UsbUpdateTest, ClearPsRefusedIsTheResult) {
     if (r.netfn == 0x30 && r.cmd == 0x04) return false;
     return previous(r, a);
   };
-  EXPECT_EQ(256 + 58, Run());
+  EXPECT_EQ(RC_RESET_TO_DEFAULT_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_EQ(UntilPhaseTwo() + CompletedPoll() + "   Clear Private Storage Failed \n", Out());
   EXPECT_TRUE(bmc.RequestsFor(0x06, 0x02).empty());
 }
@@ -255,7 +255,7 @@ TEST_F(UsbUpdateTest, FailedPollsDoNotEndTheWaitButTheLastResultCounts) {
 TEST_F(UsbUpdateTest, ReadyThenSilentEndsWithTheLastPollsFailure) {
   task.ready_answers = std::vector<BmcAnswer>(15, BmcAnswer::Reply({0x03}));
   task.ready_answers.push_back(BmcAnswer::Silent());
-  EXPECT_EQ(256 + 34, Run());
+  EXPECT_EQ(RC_GET_UPDATE_STATUS_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_EQ(16u, bmc.RequestsFor(0x08, 0x02).size());
   EXPECT_EQ((std::vector<std::string>{"/sbin/fdisk -l", "df -Th"}), env.commands);
   EXPECT_EQ(
@@ -340,7 +340,7 @@ TEST_F(UsbUpdateTest, MountFailing) {
 
 TEST_F(UsbUpdateTest, UpdateTaskRefused) {
   task.init_answer = BmcAnswer::Code(0xC1);
-  EXPECT_EQ(256 + 33, Run());
+  EXPECT_EQ(RC_UPDATE_FIRMWARE_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_EQ("\n   Initiate Update Firmware Command :  FAILED\n", Out());
   EXPECT_EQ(std::vector<std::string>{"08 01 03 80"}, Requests());
   // Only the clean-up's look for a mounted device.
@@ -350,7 +350,7 @@ TEST_F(UsbUpdateTest, UpdateTaskRefused) {
 
 TEST_F(UsbUpdateTest, BmcBusyRefusesPhaseOne) {
   task.phase1_answer = BmcAnswer::Code(0x81);
-  EXPECT_EQ(256 + 13, Run());
+  EXPECT_EQ(RC_UPDATE_IN_PROGRESS + RC_RETRY_LIMIT, Run());
   EXPECT_EQ("\n   Initiate Update Firmware Command :  OK\n"
             "\r   Issue USB Firmware Update Command Phase 1 :  FAILED\n",
             Out());
@@ -386,7 +386,7 @@ TEST_F(UsbUpdateTest, DeviceThatStaysMountedIsADetachmentFailure) {
 TEST_F(UsbUpdateTest, FailingResetAfterASuccessfulTask) {
   G_u8BMCNeedReboot = 1;
   bmc.On(0x06, 0x02, {BmcAnswer::Code(0xC1)});
-  EXPECT_EQ(256 + 32, Run());
+  EXPECT_EQ(RC_COLD_RESET_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_EQ(5u, bmc.RequestsFor(0x06, 0x02).size());  // reset retry 4
   EXPECT_EQ(std::string::npos, Out().find("Successfully"));
 }
@@ -420,7 +420,7 @@ TEST_F(UsbUpdateTest, GarbageStatusCode) {
 TEST_F(UsbUpdateTest, BmcThatStopsAnsweringMidUpdate) {
   G_u8BMCNeedReboot = 1;
   task.task_answers = {BmcAnswer::Reply({0x02, 30}), BmcAnswer::Silent()};
-  EXPECT_EQ(256 + 34, Run());
+  EXPECT_EQ(RC_GET_UPDATE_STATUS_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_TRUE(InOrder(Out(), {"\r\tFirmware Update Status: Programming 30 percent\n"}));
   EXPECT_TRUE(bmc.RequestsFor(0x06, 0x02).empty());
 }

@@ -72,7 +72,7 @@ TEST_F(WriteFileToUSBKey, NoPathIsFileNotFound) {
 
 TEST_F(WriteFileToUSBKey, NoStickGivesTheSearchResult) {
   env.Script(kDf, none);
-  EXPECT_EQ(52, Wf().WriteFileToUSBKey("/no/such/image"));
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().WriteFileToUSBKey("/no/such/image"));
   EXPECT_EQ(Names{kDf}, env.commands);
   EXPECT_EQ(FoundNothing(), Log());
 }
@@ -80,7 +80,7 @@ TEST_F(WriteFileToUSBKey, NoStickGivesTheSearchResult) {
 TEST_F(WriteFileToUSBKey, SizeQueryFailureGives46) {
   env.block_devices.clear();
   env.Script(kDf, mounted);
-  EXPECT_EQ(46, Wf().WriteFileToUSBKey("/no/such/image"));
+  EXPECT_EQ(RC_USB_SIZE_QUERY_FAILED, Wf().WriteFileToUSBKey("/no/such/image"));
   EXPECT_EQ(std::string::npos, Log().find("Clear disk"));
 }
 
@@ -115,7 +115,7 @@ TEST_F(WriteFileToUSBKey, CopyFailureGives53) {
   TempImage temp;
   ASSERT_FALSE(temp.dir().empty());
   env.Script(kDf, mounted);
-  EXPECT_EQ(53, Wf().WriteFileToUSBKey(temp.image().c_str()));
+  EXPECT_EQ(RC_USB_COPY_FAILED, Wf().WriteFileToUSBKey(temp.image().c_str()));
   EXPECT_EQ(Names{kDf}, env.commands);
   std::string failed =
       "\r   Copy " + temp.image() + " to /media/scrtch/firmimg.k9 Failed\n";
