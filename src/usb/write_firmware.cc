@@ -565,7 +565,7 @@ int TWriteFirmware::ManuallyUnmountUSBDevice(int flag) {
       flag == 1 ? "\n   Check if USB device was unmounted automatically"
                 : "\n   Check if USB device does not exist");
   int found = IsMountedOnDirectoryFound();
-  if (found != 0 && found != 46) {
+  if (found != 0 && found != RC_USB_SIZE_QUERY_FAILED) {
     Out().RedirectMessage(eRedirectDebug,
                           flag == 1 ? "\n     USB device has been unmounted"
                                     : "\n     USB device does not exist");
@@ -592,7 +592,7 @@ int TWriteFirmware::ManuallyUnmountUSBDevice(int flag) {
         eRedirectDebug,
         "\n\n   Check if USB device has been unmounted manually");
     int again = IsMountedOnDirectoryFound();
-    if (again != 0 && again != 46) {
+    if (again != 0 && again != RC_USB_SIZE_QUERY_FAILED) {
       Out().RedirectMessage(eRedirectDebug,
                             "\n     USB device has been unmounted manually\n");
     } else {
