@@ -93,6 +93,32 @@ class FakeEnv : public platform::Env {
   void Unlock(const std::string& path) override { locks.erase(path); }
   int BlockDeviceSectors(const std::string& path,
                          unsigned long* sectors) override;
+  // Files reach the real OS.
+  std::unique_ptr<platform::File> OpenForRead(const std::string& path) override {
+    return platform::RealEnv()->OpenForRead(path);
+  }
+  std::unique_ptr<platform::File> OpenFile(const std::string& path) override {
+    return platform::RealEnv()->OpenFile(path);
+  }
+  std::unique_ptr<platform::File> CreateFile(const std::string& path) override {
+    return platform::RealEnv()->CreateFile(path);
+  }
+  std::unique_ptr<platform::File> CreateForWrite(const std::string& path) override {
+    return platform::RealEnv()->CreateForWrite(path);
+  }
+  bool ListDirectory(const std::string& path,
+                     std::vector<std::string>* names) override {
+    return platform::RealEnv()->ListDirectory(path, names);
+  }
+  bool RemoveFile(const std::string& path) override {
+    return platform::RealEnv()->RemoveFile(path);
+  }
+  bool Stat(const std::string& path, platform::FileInfo* info) override {
+    return platform::RealEnv()->Stat(path, info);
+  }
+  bool LinkStat(const std::string& path, platform::FileInfo* info) override {
+    return platform::RealEnv()->LinkStat(path, info);
+  }
 
  private:
   CommandResult Lookup(const std::string& command);
