@@ -34,8 +34,9 @@ std::string Parent(const std::string& resolved) {
 // that reaches the node when flushed, as stdio does.
 class FakeFile : public platform::File {
  public:
-  FakeFile(std::shared_ptr<FakeFiles::Node> node, bool writing)
-      : node_(std::move(node)), writing_(writing) {}
+  FakeFile(std::shared_ptr<FakeFiles::Node> node, bool writing,
+           const long long* limit)
+      : node_(std::move(node)), writing_(writing), limit_(limit) {}
   ~FakeFile() override { Flush(); }
 
   bool Stat(platform::FileInfo* info) override {
@@ -76,6 +77,9 @@ class FakeFile : public platform::File {
     if (closed_ || !writing_) return !closed_;
     if (pending_.empty()) return true;
     if (node_->full) return false;
+    if (*limit_ >= 0 && node_->data.size() + pending_.size() >
+                            static_cast<unsigned long long>(*limit_))
+      return false;
     if (node_->type == FileType::kRegular) node_->data += pending_;
     pending_.clear();
     return true;
@@ -90,6 +94,7 @@ class FakeFile : public platform::File {
  private:
   std::shared_ptr<FakeFiles::Node> node_;
   bool writing_;
+  const long long* limit_;
   bool closed_ = false;
   size_t pos_ = 0;
   std::string pending_;
@@ -247,7 +252,7 @@ std::unique_ptr<platform::File> FakeFiles::Open(const std::string& path,
   std::string resolved = Resolve(path, true);
   auto node = resolved.empty() ? nullptr : Get(resolved);
   if (!node || node->unreadable) return nullptr;
-  return std::unique_ptr<platform::File>(new FakeFile(node, false));
+  return std::unique_ptr<platform::File>(new FakeFile(node, false, &file_size_limit));
 }
 
 std::unique_ptr<platform::File> FakeFiles::OpenForRead(const std::string& path) {
@@ -275,7 +280,7 @@ std::unique_ptr<platform::File> FakeFiles::Create(const std::string& path,
       node->data.clear();
       node->apparent_size = -1;
     }
-    return std::unique_ptr<platform::File>(new FakeFile(node, true));
+    return std::unique_ptr<platform::File>(new FakeFile(node, true, &file_size_limit));
   }
   auto parent = Get(Parent(resolved));
   if (!parent || parent->type != FileType::kDirectory || parent->unwritable)
@@ -285,7 +290,7 @@ std::unique_ptr<platform::File> FakeFiles::Create(const std::string& path,
   node->device = parent->device;
   node->inode = next_inode_++;
   nodes_[resolved] = node;
-  return std::unique_ptr<platform::File>(new FakeFile(node, true));
+  return std::unique_ptr<platform::File>(new FakeFile(node, true, &file_size_limit));
 }
 
 std::unique_ptr<platform::File> FakeFiles::CreateFile(const std::string& path) {

@@ -35,6 +35,8 @@ class FakeFiles {
 
   // Relative paths start here.
   std::string cwd = "/";
+  // RLIMIT_FSIZE: >= 0, flushing a file past this many bytes fails.
+  long long file_size_limit = -1;
 
   // Each creates the missing directories above path; the node is returned
   // for further changes.
