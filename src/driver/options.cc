@@ -2,7 +2,6 @@
 
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
 #include "output/update_package.h"
+#include "platform/platform.h"
 #include "update/firmware_update.h"
 
 const sArgumentRuleTag G_asArgumentRuleList[] = {
@@ -372,14 +372,14 @@ void ScrubPasswordArguments(int argc, char** argv) {
 // following a symbolic link, only as a regular file, and never over an
 // image named with -i.
 const char* LogFileRefusal(const char* path, char** fileList, int fileCount) {
-  struct stat log;
-  if (lstat(path, &log) != 0) return nullptr;  // created fresh
-  if (S_ISLNK(log.st_mode)) return "is a symbolic link; the log is not written through one";
-  if (!S_ISREG(log.st_mode)) return "is not a regular file";
+  platform::FileInfo log;
+  if (!platform::GetEnv()->LinkStat(path, &log)) return nullptr;  // created fresh
+  if (log.type == platform::FileType::kSymlink) return "is a symbolic link; the log is not written through one";
+  if (log.type != platform::FileType::kRegular) return "is not a regular file";
   for (int i = 0; fileList != nullptr && i < fileCount; ++i) {
-    struct stat image;
-    if (fileList[i] != nullptr && stat(fileList[i], &image) == 0 &&
-        image.st_dev == log.st_dev && image.st_ino == log.st_ino)
+    platform::FileInfo image;
+    if (fileList[i] != nullptr && platform::GetEnv()->Stat(fileList[i], &image) &&
+        platform::SameFile(image, log))
       return "is the image file named with -i";
   }
   return nullptr;

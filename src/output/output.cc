@@ -1,10 +1,8 @@
 #include "output/output.h"
 
 #include <ctype.h>
-#include <fcntl.h>
 #include <stdarg.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <string.h>
 
 #include "common/return_code.h"
 #include "platform/platform.h"
@@ -46,6 +44,12 @@ void TOutputMessageHandle::WriteString(FILE* stream, const char* text) {
   if (stream == nullptr) return;
   fprintf(stream, "%s", text);
   fflush(stream);
+}
+
+void TOutputMessageHandle::WriteLog(const char* text) {
+  if (!pLogFile) return;
+  pLogFile->Write(text, strlen(text));
+  pLogFile->Flush();
 }
 
 void TOutputMessageHandle::RedirectMessage(eRedirectModeTag mode,
@@ -90,7 +94,7 @@ void TOutputMessageHandle::RedirectMessage(eRedirectModeTag mode,
       break;
   }
   WriteString(console, text);
-  if (toLog) WriteString(pLogFile, text);
+  if (toLog) WriteLog(text);
 }
 
 void TOutputMessageHandle::WriteDocument(const std::string& text) {
@@ -101,16 +105,7 @@ int TOutputMessageHandle::OpenLogFile(const char* path, int argc,
                                       char** argv) {
   // Never through a symbolic link, never anything but a regular file, and
   // readable by its owner only: the log holds the BMC conversation.
-  int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC |
-                          O_NONBLOCK,
-                0600);
-  struct stat st;
-  if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
-    close(fd);
-    fd = -1;
-  }
-  pLogFile = fd >= 0 ? fdopen(fd, "w") : nullptr;
-  if (pLogFile == nullptr && fd >= 0) close(fd);
+  pLogFile = platform::GetEnv()->CreateForWrite(path);
   if (pLogFile == nullptr) {
     RedirectMessage(eRedirectError, " Cannot create %s \n", path);
     return RC_FILE_ERROR;
@@ -122,9 +117,9 @@ int TOutputMessageHandle::OpenLogFile(const char* path, int argc,
 
 void TOutputMessageHandle::CloseLogFile() {
   if (pLogFile == nullptr) return;
-  fflush(pLogFile);
-  fclose(pLogFile);
-  pLogFile = nullptr;
+  pLogFile->Flush();
+  pLogFile->Close();
+  pLogFile.reset();
 }
 
 void TOutputMessageHandle::SetOutputMode(eOutputModeTag mode) {

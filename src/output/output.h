@@ -7,8 +7,10 @@
 
 #include <stdio.h>
 
+#include <memory>
 #include <string>
 
+#include "platform/files.h"
 #include "types.h"
 
 class TOutputMessageHandle {
@@ -65,7 +67,9 @@ class TOutputMessageHandle {
   FILE* ConsoleOut() const;
   FILE* ConsoleErr() const;
 
-  FILE* pLogFile = nullptr;
+  void WriteLog(const char* text);
+
+  std::unique_ptr<platform::File> pLogFile;
   std::string achMessageBuffer;  // every message is formatted here first
   eOutputModeTag eOutputMode = eOutputNormal;
   uint8_t u8HeaderShown = 0;

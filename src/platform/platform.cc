@@ -19,6 +19,7 @@
 
 #include <map>
 
+#include "platform/posix_files.h"
 #include "platform/signals.h"
 
 extern char** environ;
@@ -232,6 +233,31 @@ class PosixEnv : public Env {
       start = end + 1;
     }
     return false;
+  }
+  std::unique_ptr<File> OpenForRead(const std::string& path) override {
+    return posix::OpenForRead(path);
+  }
+  std::unique_ptr<File> OpenFile(const std::string& path) override {
+    return posix::OpenFile(path);
+  }
+  std::unique_ptr<File> CreateFile(const std::string& path) override {
+    return posix::CreateFile(path);
+  }
+  std::unique_ptr<File> CreateForWrite(const std::string& path) override {
+    return posix::CreateForWrite(path);
+  }
+  bool ListDirectory(const std::string& path,
+                     std::vector<std::string>* names) override {
+    return posix::ListDirectory(path, names);
+  }
+  bool RemoveFile(const std::string& path) override {
+    return posix::RemoveFile(path);
+  }
+  bool Stat(const std::string& path, FileInfo* info) override {
+    return posix::Stat(path, info);
+  }
+  bool LinkStat(const std::string& path, FileInfo* info) override {
+    return posix::LinkStat(path, info);
   }
 
  private:
