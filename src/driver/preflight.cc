@@ -25,8 +25,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 enum class Verdict { kOk, kFailed, kSkipped };
 
 struct CheckLine {

@@ -79,6 +79,10 @@ class TOutputMessageHandle {
 
 extern TOutputMessageHandle* G_pOutputMessageHandle;
 
+// The output object in force, for the modules that write through it; it
+// exists from the start of a run to its end.
+inline TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
+
 int OutputConstructor();
 int OutputDestructor();
 

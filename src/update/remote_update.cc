@@ -13,8 +13,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 constexpr unsigned char kSourceNetwork = 1;
 constexpr size_t kCountedBufferSize = 256;
 

@@ -13,8 +13,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 // The BMC needs time to restart before the first question is worth asking;
 // later questions are spaced so that a booting BMC is not flooded.
 constexpr int kGracefulFirstAttemptMax = 50;

@@ -11,8 +11,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 struct sStatusCodeTag {
   uint8_t u8Code;
   const char* pchText;

@@ -15,8 +15,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 int ClearPrivateStorageStep(TFirmwareUpdate* update) {
   return update->GetClearPsMode() ? update->ClearPrivateStorage() : 0;
 }

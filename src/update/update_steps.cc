@@ -18,8 +18,6 @@
 namespace update_steps {
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 enum eDeviceStateTag { eDeviceUntouched, eDeviceReleased, eDeviceStillMounted };
 eDeviceStateTag g_device = eDeviceUntouched;
 std::string g_mountedOn;

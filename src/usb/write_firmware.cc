@@ -29,7 +29,6 @@ const int kDfLineLength = 255;
 // A report line is never this long; more text without seven fields is junk.
 const size_t kDfMaxAccumulated = 8192;
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
 
 // The scratch directory this run made, for the clean-up after an interrupt.
 std::string g_createdScratch;
