@@ -80,6 +80,27 @@ double Elapsed(time_t later, time_t earlier) {
   return platform::DiffTime(later, earlier);
 }
 
+PollClock::PollClock()
+    : tStart(platform::GetEnv()->Now()), tLatest(tStart) {}
+
+void PollClock::Tick() {
+  tLatest = platform::GetEnv()->Now();
+  dElapsed = Elapsed(tLatest, tStart);
+}
+
+void PollClock::PrintTimes(const char* indent, const char* startText,
+                           const char* stopText) const {
+  Out().RedirectMessage(eRedirectDebug, "%s%s at %s", indent, startText,
+                        platform::CTime(tStart).c_str());
+  Out().RedirectMessage(eRedirectDebug, "%s%s at %s", indent, stopText,
+                        platform::CTime(tLatest).c_str());
+}
+
+void PollClock::PrintElapsed(const char* indent) const {
+  Out().RedirectMessage(eRedirectDebug, "%sElapsed time = %2.0f seconds\n",
+                        indent, dElapsed);
+}
+
 void CopyDeviceName(sBMCInformationTag* record, const char* name) {
   snprintf(record->achPlatformName, sizeof(record->achPlatformName), "%s",
            name != nullptr ? name : "");
