@@ -2,7 +2,6 @@
 // would change the BMC, with every verdict on a line of its own.
 #include "driver/preflight.h"
 
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -13,6 +12,7 @@
 #include "bmc/bmc_handle.h"
 #include "common/run_state.h"
 #include "common/secret_text.h"
+#include "common/text_format.h"
 #include "image/image_file.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
@@ -105,16 +105,6 @@ class Report {
   std::vector<CheckLine> lines_;
 };
 
-__attribute__((format(printf, 1, 2))) std::string Printf(const char* format,
-                                                        ...) {
-  char text[128];
-  va_list args;
-  va_start(args, format);
-  vsnprintf(text, sizeof(text), format, args);
-  va_end(args);
-  return text;
-}
-
 // "1.52.7": major, minor as two hex digits, revision, as the BMC's own
 // version text reads.
 std::string VersionText(const uint8_t* fw) {
@@ -203,9 +193,9 @@ sBMCInformationTag* CheckBmc(Report* report, std::string* versionText) {
   const std::string name(bmc->achPlatformName,
                          strnlen(bmc->achPlatformName, sizeof(bmc->achPlatformName)));
   report->Ok("bmc", "BMC",
-             name + Printf(", type 0x%02X, firmware %u.", bmc->u32DeviceType,
+             name + StringPrintf(", type 0x%02X, firmware %u.", bmc->u32DeviceType,
                     bmc->au8FwRevision[0]) +
-                 Printf("%02X", bmc->au8FwRevision[1]) + " (" +
+                 StringPrintf("%02X", bmc->au8FwRevision[1]) + " (" +
                  *versionText + ")");
   return bmc;
 }
@@ -227,16 +217,16 @@ void CheckTask(Report* report) {
   rc = GetUpdateStatus(id, &status, &percent, &percentValid);
   if (rc != RC_SUCCESS) {
     report->Fail("task", "Update task",
-                 Printf("the status of task %u cannot be read", id), rc);
+                 StringPrintf("the status of task %u cannot be read", id), rc);
     return;
   }
   // 0xFF is done, 0x80 and above failed: either way the task is over.
   if (status >= 0x80)
     report->Ok("task", "Update task",
-               Printf("none under way (task %u ended with 0x%02X)", id, status));
+               StringPrintf("none under way (task %u ended with 0x%02X)", id, status));
   else
     report->Fail("task", "Update task",
-                 Printf("task %u is under way (status 0x%02X)", id, status),
+                 StringPrintf("task %u is under way (status 0x%02X)", id, status),
                  RC_UPDATE_IN_PROGRESS);
 }
 
@@ -283,7 +273,7 @@ void CheckImageType(sBMCInformationTag* bmc, const sImageHeaderTag* header,
   bool boardKnown = false;
   for (const char* valid : achValidBoardType)
     if (memcmp(header->achBoardType, valid, 4) == 0) boardKnown = true;
-  const std::string detail = Printf("type 0x%02X", header->u32ImageType) +
+  const std::string detail = StringPrintf("type 0x%02X", header->u32ImageType) +
                              ", board " + board + ", for " + EntityName(entity);
   if (!boardKnown) {
     report->Fail("type", "Image type",
@@ -382,7 +372,7 @@ void CheckRemoteSettings(Report* report) {
     return;
   }
   report->Ok("settings", "Remote settings",
-             Printf("retry %u, interval %u s", s->u8ConnectionRetry,
+             StringPrintf("retry %u, interval %u s", s->u8ConnectionRetry,
                     s->u8ConnectionRetryInterval * 5u) +
                  ", delay " + std::to_string(s->u8DelayTime) + " s");
 }

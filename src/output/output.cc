@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "common/return_code.h"
+#include "common/text_format.h"
 #include "platform/platform.h"
 
 TOutputMessageHandle* G_pOutputMessageHandle = nullptr;
@@ -57,13 +58,7 @@ void TOutputMessageHandle::RedirectMessage(eRedirectModeTag mode,
   // Sized to the message, so a long path or argument can never overrun it.
   va_list args;
   va_start(args, format);
-  va_list copy;
-  va_copy(copy, args);
-  int needed = vsnprintf(nullptr, 0, format, copy);
-  va_end(copy);
-  if (needed < 0) needed = 0;
-  achMessageBuffer.assign(static_cast<size_t>(needed) + 1, '\0');
-  vsnprintf(&achMessageBuffer[0], achMessageBuffer.size(), format, args);
+  achMessageBuffer = StringVPrintf(format, args);
   va_end(args);
   const char* text = achMessageBuffer.c_str();
 
