@@ -920,8 +920,10 @@ TEST_F(OptionsTest, DependencyCheckWritesOffender) {
 
 TEST_F(OptionsTest, CheckNeedsWhatAnUpdateNeeds) {
   ExpectShortError({"-check"}, "OPTION INSUFFICIENT");
+  TearDown();
   SetUp();
   ExpectShortError({"-check", "-xml"}, "OPTION INSUFFICIENT");
+  TearDown();
   SetUp();
   ExpectShortError({"-check", "-e=0"}, "OPTION INSUFFICIENT");
 }
@@ -962,8 +964,10 @@ TEST_F(OptionsTest, HistoryInXml) {
 
 TEST_F(OptionsTest, HistoryDoesNotMixWithTheModesThatTalkToABmc) {
   ExpectLongError({"-history", "-check"}, "OPTION INVALID", "-history -check");
+  TearDown();
   SetUp();
   ExpectLongError({"-history", "-fml"}, "OPTION INVALID", "-history -fml");
+  TearDown();
   SetUp();
   ExpectLongError({"-history", "-record=r.txt"}, "OPTION INVALID",
                   "-history -record");
@@ -983,6 +987,7 @@ TEST_F(OptionsTest, RecordNamesItsFile) {
 
 TEST_F(OptionsTest, RecordNeedsAFileName) {
   ExpectLongError({"-record"}, "PROPERTY REQUIRED", "-record");
+  TearDown();
   SetUp();
   ExpectLongError({"-record=a*b"}, "PROPERTY INVALID CHARACTER", "-record=a*b");
 }
