@@ -2,11 +2,14 @@
 
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 #include <new>
 #include <string>
 
 #include "bmc/bmc_handle.h"
+#include "common/secret_text.h"
+#include "common/text_format.h"
 #include "driver/config.h"
 #include "driver/options.h"
 #include "driver/preflight.h"
@@ -15,9 +18,11 @@
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
 #include "ipmi/request_kind.h"
+#include "output/history.h"
 #include "output/output.h"
 #include "output/update_package.h"
 #include "platform/platform.h"
+#include "platform/signals.h"
 #include "update/firmware_update.h"
 #include "update/update_steps.h"
 #include "usb/write_firmware.h"
@@ -85,6 +90,50 @@ void UnlockTheBmc() {
   if (g_lockPath.empty()) return;
   platform::GetEnv()->Unlock(g_lockPath);
   g_lockPath.clear();
+}
+
+// The BMC's firmware as the search found it, for the update history.
+std::string g_versionBefore;
+
+void NoteVersionBefore() {
+  G_pBMCHandle->SetCurrBMCInfo(0);
+  const sBMCInformationTag* bmc = G_pBMCHandle->GetCurrBMCInfo();
+  if (bmc != nullptr)
+    g_versionBefore = StringPrintf("%u.%02X", bmc->au8FwRevision[0], bmc->au8FwRevision[1]);
+}
+
+std::string UtcTime(time_t t) {
+  struct tm parts;
+  char text[32] = "-";
+  if (gmtime_r(&t, &parts) != nullptr)
+    strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return text;
+}
+
+// source: the image file named on the command line, for an image update.
+void RecordInHistory(const std::string& source, int finalRc, time_t runStart) {
+  sHistoryRecordTag record;
+  record.time = UtcTime(runStart);
+  record.target = G_EnableIPMILan == 1 && G_pFirmwareUpdate != nullptr
+                      ? std::string("lan:") + G_pFirmwareUpdate->GetHostIP()
+                      : "kcs";
+  record.entity = CurrentSettings() != nullptr ? CurrentSettings()->u8EntityID : 0;
+  record.remote = G_pBMCHandle->GetFwUpdateMode() == eFwUpdateModeRemote;
+  if (record.remote) {
+    record.source = G_pFirmwareUpdate != nullptr
+                        ? MaskUriPassword(G_pFirmwareUpdate->GetURI() + 1)
+                        : "";
+  } else {
+    record.source = source;
+    record.sha256 = ImageFileSha256(source.c_str());
+  }
+  record.versionBefore = g_versionBefore;
+  record.versionAfter = LastFirmwareVersionText();
+  record.returnCode = finalRc;
+  record.seconds = static_cast<long>(platform::DiffTime(platform::GetEnv()->Now(), runStart));
+  const int sig = platform::PendingSignal();
+  if (sig != 0) record.interruptedBy = platform::SignalName(sig);
+  AppendHistoryRecord(record);
 }
 
 bool Ask(const char* question) {
@@ -249,6 +298,9 @@ int RunMain(int argc, char** argv) {
   G_u8CipherValue = 0xFF;
   update_steps::ResetInterruptNotes();
   ResetStateChangeNote();
+  ForgetFirmwareVersionText();
+  g_versionBefore.clear();
+  const time_t runStart = platform::GetEnv()->Now();
 
   // Objects, then the settings file, so that the options win over it.
   sImageHeaderTag emptyHeader;
@@ -274,17 +326,23 @@ int RunMain(int argc, char** argv) {
   if (rc == RC_SUCCESS)
     G_pOutputMessageHandle->OutuptUtilityConfiguration(
         G_pConfigHandle->GetSettings());
-  // The pre-flight check runs the steps that change nothing, then ends.
+  // The pre-flight check runs the steps that change nothing, then ends;
+  // the history is shown without asking any BMC.
   const bool check = rc == RC_SUCCESS && CheckRequested();
+  const bool history = rc == RC_SUCCESS && HistoryRequested();
   if (check)
     rc = RunPreflightCheck({fileList, fileCount,
                             G_pBMCHandle->GetFwUpdateMode() == eFwUpdateModeRemote,
                             LockPathForTarget(), configRc});
-  if (rc == RC_SUCCESS && !check && G_EnableIPMILan == 0) rc = InitKcsDriver();
-  if (rc == RC_SUCCESS && !check) rc = G_pBMCHandle->SearchBMCDevices();
+  if (history)
+    rc = ShowHistory(G_pOutputMessageHandle->GetOutputMode() == eOutputXml);
+  const bool noUpdate = check || history;
+  if (rc == RC_SUCCESS && !noUpdate && G_EnableIPMILan == 0) rc = InitKcsDriver();
+  if (rc == RC_SUCCESS && !noUpdate) rc = G_pBMCHandle->SearchBMCDevices();
+  if (rc == RC_SUCCESS && !noUpdate) NoteVersionBefore();
 
-  // The inventory and the check need no questions and no update.
-  const bool inventory = COrvoUpdatePackage::XmlInventoryMode() || check;
+  // The inventory, the check and the history need no questions and no update.
+  const bool inventory = COrvoUpdatePackage::XmlInventoryMode() || noUpdate;
   if (rc == RC_SUCCESS && !inventory) {
     if (!AskEntityQuestions()) {
       // A refused BIOS update ends here, without report or clean-up.
@@ -306,12 +364,15 @@ int RunMain(int argc, char** argv) {
 
   // The common ending.
   COrvoUpdatePackage::ToOutputIfNecessary(static_cast<eReturnCodeTag>(rc));
+  const std::string source = fileCount > 0 && fileList != nullptr ? fileList[0] : "";
   DeleteFwImageFilenameList(&fileList);
   UinitKcsDriver();
   if (rc != RC_COMMAND_LINE_ERROR) CheckOptionCombination();
   // A stopped run says so instead of naming the failure it was turned into.
   if (!update_steps::Interrupted()) G_pOutputMessageHandle->OutputReturnCode(rc);
   const int finalRc = update_steps::ReportIfInterrupted(rc);
+  // Every run that may have changed the BMC leaves a record of itself.
+  if (StateChangingRequestSent()) RecordInHistory(source, finalRc, runStart);
   UnlockTheBmc();
   MainDestructor();
   return finalRc;

@@ -7,6 +7,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <string>
+
 #include "types.h"
 
 extern const char achValidBoardType[2][5];
@@ -71,6 +73,10 @@ int WriteFwImageFile(const char* src, const char* dst);
 // blocking on the open (image_probe.cc): 0, or 1 when the file cannot be
 // opened or is shorter than the block.
 int ReadImageHeaderBlock(const char* name, uint8_t* block);
+
+// SHA-256 of the file's content as 64 hexadecimal digits (image_probe.cc),
+// or "" when it cannot be read.
+std::string ImageFileSha256(const char* name);
 
 // Removes the entries of a directory; always 0.
 int ClearDisk(const char* path);

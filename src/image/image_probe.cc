@@ -1,6 +1,8 @@
 // Reading an image's header block on its own, for the pre-flight check.
 #include <memory>
+#include <vector>
 
+#include "common/sha256.h"
 #include "image/image_file.h"
 #include "platform/platform.h"
 
@@ -15,4 +17,15 @@ int ReadImageHeaderBlock(const char* name, uint8_t* block) {
   const size_t have = file->Read(reinterpret_cast<char*>(block), kHeaderBlockSize);
   file->Close();
   return have == kHeaderBlockSize ? 0 : 1;
+}
+
+std::string ImageFileSha256(const char* name) {
+  std::unique_ptr<platform::File> file = platform::GetEnv()->OpenForRead(name);
+  if (file == nullptr) return "";
+  Sha256 digest;
+  std::vector<char> chunk(65536);
+  size_t n;
+  while ((n = file->Read(chunk.data(), chunk.size())) > 0) digest.Update(chunk.data(), n);
+  file->Close();
+  return digest.HexDigest();
 }

@@ -4,6 +4,8 @@
 
 #include <string.h>
 
+#include <string>
+
 #include "common/run_state.h"
 #include "ipmi/command_record.h"
 #include "ipmi/ipmi_exec.h"
@@ -65,6 +67,9 @@ using ipmi_detail::Send;
 using ipmi_detail::WithRetryBit;
 
 namespace {
+
+// What the update history reports as the version after a run.
+std::string g_lastVersionText;
 
 // Completion codes of the phase commands.
 int MapA(int result, const sIPMIReqRespTag* record, int defaultCode) {
@@ -211,8 +216,13 @@ int GetVRXFirmwareVersion(char* out) {
     count = sizeof(record.au8ResponseData) - 1;
   memcpy(out, &record.au8ResponseData[1], count);
   out[count] = '\0';
+  g_lastVersionText = out;
   return 0;
 }
+
+const char* LastFirmwareVersionText() { return g_lastVersionText.c_str(); }
+
+void ForgetFirmwareVersionText() { g_lastVersionText.clear(); }
 
 int IBMCGracefulReset(unsigned char mode) {
   sIPMIReqRespTag record;

@@ -47,6 +47,10 @@ int GetCurrTaskID(unsigned char* id);
 // by that. A failure is the request's own result (RC_FAILED or
 // RC_RETRY_LIMIT).
 int GetVRXFirmwareVersion(char* out);
+// The last version text GetVRXFirmwareVersion read in this run ("" when
+// none), and its reset at the start of a run.
+const char* LastFirmwareVersionText();
+void ForgetFirmwareVersionText();
 // RC_IBMC_RESET_FAILED+R, after printing "iBMC Graceful Reset Failed".
 int IBMCGracefulReset(unsigned char mode);
 // Firmware major (bit 7 cleared) and minor into revision[0..1];

@@ -259,6 +259,10 @@ class PosixEnv : public Env {
   bool LinkStat(const std::string& path, FileInfo* info) override {
     return posix::LinkStat(path, info);
   }
+  int AppendRecord(const std::string& path, const std::string& line,
+                   std::string* why) override {
+    return posix::AppendRecord(path, line, why);
+  }
 
  private:
   std::map<std::string, int> locks_;

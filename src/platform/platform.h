@@ -121,6 +121,14 @@ class Env {
   virtual bool Stat(const std::string& path, FileInfo* info) = 0;
   // lstat() of path: a symbolic link is reported as one.
   virtual bool LinkStat(const std::string& path, FileInfo* info) = 0;
+  // Appends line, one whole record, to the private file at path in one
+  // write, under an exclusive lock taken within about a second. The file
+  // is made with mode 0600 (its directory with 0700) when missing, never
+  // opened through a symbolic link, and refused when it is no regular file,
+  // belongs to another user or may be written by others. 0, or -1 with
+  // the reason in why.
+  virtual int AppendRecord(const std::string& path, const std::string& line,
+                           std::string* why) = 0;
 };
 
 // The environment in force: the real OS unless a test installed another.

@@ -1,9 +1,12 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <errno.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "platform/posix_files.h"
@@ -141,6 +144,73 @@ bool LinkStat(const std::string& path, FileInfo* info) {
   if (lstat(path.c_str(), &st) != 0) return false;
   *info = InfoOf(st);
   return true;
+}
+
+}  // namespace posix
+}  // namespace platform
+
+namespace platform {
+namespace posix {
+
+int AppendRecord(const std::string& path, const std::string& line,
+                 std::string* why) {
+  // The directory is made private when this program makes it.
+  const size_t slash = path.rfind('/');
+  if (slash != std::string::npos && slash > 0) {
+    const std::string directory = path.substr(0, slash);
+    struct stat st;
+    if (lstat(directory.c_str(), &st) != 0 && mkdir(directory.c_str(), 0700) != 0 &&
+        errno != EEXIST) {
+      *why = directory + ": " + strerror(errno);
+      return -1;
+    }
+  }
+  const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW |
+                                        O_NONBLOCK | O_CLOEXEC, 0600);
+  if (fd < 0) {
+    *why = errno == ELOOP ? "is a symbolic link" : strerror(errno);
+    return -1;
+  }
+  struct stat st;
+  const char* refusal = nullptr;
+  if (fstat(fd, &st) != 0)
+    refusal = "cannot be examined";
+  else if (!S_ISREG(st.st_mode))
+    refusal = "is not a regular file";
+  else if (st.st_uid != geteuid())
+    refusal = "belongs to another user";
+  else if ((st.st_mode & 022) != 0)
+    refusal = "may be written by others";
+  if (refusal != nullptr) {
+    close(fd);
+    *why = refusal;
+    return -1;
+  }
+  // Another run may be appending: wait for it, but not for ever.
+  bool locked = false;
+  for (int attempt = 0; attempt < 50 && !locked; ++attempt) {
+    locked = flock(fd, LOCK_EX | LOCK_NB) == 0;
+    if (!locked) {
+      struct timespec pause = {0, 20 * 1000 * 1000};
+      nanosleep(&pause, nullptr);
+    }
+  }
+  if (!locked) {
+    close(fd);
+    *why = "is locked by another process";
+    return -1;
+  }
+  ssize_t written;
+  do {
+    written = write(fd, line.data(), line.size());
+  } while (written < 0 && errno == EINTR);
+  const int writeErrno = errno;
+  close(fd);
+  if (written != static_cast<ssize_t>(line.size())) {
+    *why = written < 0 ? strerror(writeErrno) : "was written only in part";
+    return -1;
+  }
+  return 0;
 }
 
 }  // namespace posix

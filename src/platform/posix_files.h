@@ -19,6 +19,8 @@ bool ListDirectory(const std::string& path, std::vector<std::string>* names);
 bool RemoveFile(const std::string& path);
 bool Stat(const std::string& path, FileInfo* info);
 bool LinkStat(const std::string& path, FileInfo* info);
+int AppendRecord(const std::string& path, const std::string& line,
+                 std::string* why);
 
 }  // namespace posix
 }  // namespace platform

@@ -8,6 +8,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -444,6 +445,36 @@ TEST_F(CheckRunTest, AHeldLockIsTheFirstFailure) {
 TEST_F(CheckRunTest, TheChannelIsWritableAgainAfterTheCheck) {
   Run({"-check", "-e=0", kUri, kLan, kUser, kPass});
   EXPECT_FALSE(ReadOnlyChannel());
+}
+
+}  // namespace
+
+namespace {
+
+using HistoryRunTest = CheckRunTest;
+
+TEST_F(HistoryRunTest, AnUpdateThatSentAChangeLeavesOneRecord) {
+  Run({"-f", "-e=0", kUri, kLan, kUser, kPass});
+  ASSERT_EQ(1u, env_.appended.size());
+  const std::string& text = env_.appended.begin()->second;
+  EXPECT_EQ("/var/lib/vrxfwul/history", env_.appended.begin()->first);
+  EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n'));
+  EXPECT_NE(std::string::npos,
+            text.find("\tlan:192.0.2.20\t0\turi\thttp://192.0.2.10/firmimg.vrx\t-\t2.05\t"))
+      << text;
+}
+
+TEST_F(HistoryRunTest, ReadsAloneLeaveNoRecord) {
+  Run({"-xml", kLan, kUser, kPass});
+  Run({"-check", "-e=0", kUri, kLan, kUser, kPass});
+  Run({"-e=0", kUri});  // a command-line error
+  EXPECT_TRUE(env_.appended.empty());
+}
+
+TEST_F(HistoryRunTest, HistoryIsShownWithoutAskingTheBmc) {
+  EXPECT_EQ(0, Run({"-history"}));
+  EXPECT_TRUE(env_.commands.empty());
+  EXPECT_NE(std::string::npos, out_.find("   Firmware update history: "));
 }
 
 }  // namespace

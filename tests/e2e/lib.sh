@@ -16,6 +16,7 @@ e2e_enter_sim() {
   cd "$VRX_SIM_DIR"
   # Each test drives its own simulated BMC: its runs lock only each other.
   export VRXFWUL_LOCK_DIR="$VRX_SIM_DIR"
+  export VRXFWUL_HISTORY_FILE="$VRX_SIM_DIR/history"
 }
 
 fail() {

@@ -65,6 +65,7 @@ def environment(d):
         "VRX_SCRIPTED_BMC": os.path.join(d, "bmc.script"),
         "VRX_SCRIPTED_BMC_LOG": os.path.join(d, "requests.log"),
         "VRXFWUL_LOCK_DIR": d,
+        "VRXFWUL_HISTORY_FILE": os.path.join(d, "history"),
         "LC_ALL": "C",
     })
     return env

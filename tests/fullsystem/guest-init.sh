@@ -12,6 +12,8 @@ $bb mount -t sysfs sysfs /sys
 $bb mount -t devtmpfs devtmpfs /dev
 $bb mount -t tmpfs -o mode=755 tmpfs /run
 $bb mkdir -p /run/lock
+# The update history lives under /var/lib, as on an installed system.
+$bb mkdir -p /var/lib
 while read -r ko; do
   $bb insmod "/lib/modules/$ko" 2>/dev/null
 done </etc/vrx-modules

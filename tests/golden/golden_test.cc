@@ -220,7 +220,9 @@ class GoldenCase : public ::testing::Test {
         {"PATH", kDefaultPath}, {"HOME", workdir.string()}, {"LANG", "C"},
         {"LC_ALL", "C"},        {"TZ", "UTC"},
         // Cases run side by side; each has its own BMC, so its own locks.
-        {"VRXFWUL_LOCK_DIR", workdir.string()}};
+        {"VRXFWUL_LOCK_DIR", workdir.string()},
+        // ... and its own update history, never the machine's.
+        {"VRXFWUL_HISTORY_FILE", (workdir / "history").string()}};
     // Sanitizer builds keep their settings.
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
       const char* value = getenv(name);

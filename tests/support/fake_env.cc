@@ -141,4 +141,13 @@ bool FakeEnv::LinkStat(const std::string& path, platform::FileInfo* info) {
                        : platform::RealEnv()->LinkStat(path, info);
 }
 
+int FakeEnv::AppendRecord(const std::string& path, const std::string& line,
+                          std::string* why) {
+  // Without a fake file system the record is kept here: a test never
+  // writes the machine's own history.
+  if (fs != nullptr) return fs->AppendRecord(path, line, why);
+  appended[path] += line;
+  return 0;
+}
+
 }  // namespace testing_support

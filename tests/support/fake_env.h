@@ -106,6 +106,10 @@ class FakeEnv : public platform::Env {
   bool RemoveFile(const std::string& path) override;
   bool Stat(const std::string& path, platform::FileInfo* info) override;
   bool LinkStat(const std::string& path, platform::FileInfo* info) override;
+  int AppendRecord(const std::string& path, const std::string& line,
+                   std::string* why) override;
+  // What AppendRecord took when no fake file system is installed.
+  std::map<std::string, std::string> appended;
 
  private:
   CommandResult Lookup(const std::string& command);

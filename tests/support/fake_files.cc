@@ -346,4 +346,49 @@ bool FakeFiles::LinkStat(const std::string& path, platform::FileInfo* info) {
   return true;
 }
 
+int FakeFiles::AppendRecord(const std::string& path, const std::string& line,
+                            std::string* why) {
+  const std::string resolved = Resolve(path, false);
+  if (resolved.empty()) {
+    *why = "No such file or directory";
+    return -1;
+  }
+  if (!Get(Parent(resolved))) AddDirectory(Parent(resolved))->mode = 0700;
+  auto node = Get(resolved);
+  if (!node) {
+    auto parent = Get(Parent(resolved));
+    if (parent->type != FileType::kDirectory || parent->unwritable) {
+      *why = "Permission denied";
+      return -1;
+    }
+    node = std::make_shared<Node>();
+    node->mode = 0600;
+    node->device = parent->device;
+    node->inode = next_inode_++;
+    nodes_[resolved] = node;
+  }
+  if (node->type == FileType::kSymlink) {
+    *why = "is a symbolic link";
+    return -1;
+  }
+  if (node->type != FileType::kRegular) {
+    *why = "is not a regular file";
+    return -1;
+  }
+  if (node->foreign) {
+    *why = "belongs to another user";
+    return -1;
+  }
+  if ((node->mode & 022) != 0) {
+    *why = "may be written by others";
+    return -1;
+  }
+  if (node->unwritable || node->full) {
+    *why = node->full ? "No space left on device" : "Permission denied";
+    return -1;
+  }
+  node->data += line;
+  return 0;
+}
+
 }  // namespace testing_support

@@ -29,6 +29,7 @@ class FakeFiles {
     bool unwritable = false;     // opening it for writing, or creating in it, is refused
     bool full = false;           // writes are taken, flushing them fails
     bool undeletable = false;    // remove() fails
+    bool foreign = false;        // owned by another user
   };
 
   FakeFiles();
@@ -66,6 +67,10 @@ class FakeFiles {
   bool RemoveFile(const std::string& path);
   bool Stat(const std::string& path, platform::FileInfo* info);
   bool LinkStat(const std::string& path, platform::FileInfo* info);
+  // Appends like the real one; a node marked foreign belongs to another
+  // user.
+  int AppendRecord(const std::string& path, const std::string& line,
+                   std::string* why);
 
  private:
   // The absolute path with "." and ".." and doubled slashes resolved, and
