@@ -177,11 +177,12 @@ void PrintTable(const std::string& path, const ReadResult& result) {
     for (const sHistoryRecordTag& r : result.records) {
       Out().RedirectMessage(
           eRedirectNormal, "%s",
-          Row(Tail(r.time, 20), Tail(r.target, 15), std::to_string(r.entity),
-              Tail(r.source, 28), r.sha256.empty() ? "-" : r.sha256.substr(0, 8),
-              Tail(OrDash(r.versionBefore), 10), Tail(OrDash(r.versionAfter), 10),
-              std::to_string(r.returnCode), std::to_string(r.seconds),
-              OrDash(r.interruptedBy))
+          // Cells show control characters escaped, as the file holds them.
+          Row(Tail(Escape(r.time), 20), Tail(Escape(r.target), 15),
+              std::to_string(r.entity), Tail(Escape(r.source), 28), r.sha256.empty() ? "-" : r.sha256.substr(0, 8),
+              Tail(OrDash(Escape(r.versionBefore)), 10),
+              Tail(OrDash(Escape(r.versionAfter)), 10), std::to_string(r.returnCode),
+              std::to_string(r.seconds), OrDash(Escape(r.interruptedBy)))
               .c_str());
     }
   }
