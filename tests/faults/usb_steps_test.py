@@ -24,6 +24,7 @@ and records the time from the signal (or, while a command ran, from that
 command's end) to the exit. A table of those times ends the output.
 
 Usage: usb_steps_test.py VRXFWUL OPENRAW_DIR [STEP]
+(VRX_USB_STEPS_KEEP=1 keeps the cases' directories for a look.)
 Exits 77 (skipped) without root, unshare or a loop device.
 """
 import concurrent.futures
@@ -471,6 +472,14 @@ def run_case(host, step, kind, block, script, retries, sig, how):
     if how != "closed":
         check(label + ": the terminal names the signal", line in text, text[-400:])
     check(label + ": the log names the signal", line in case.log(), case.log()[-400:])
+    said = case.log()[case.log().find(line):].split("\n")[0]
+    check(label + ": nothing is reported still mounted", "still mounted" not in said, said)
+    if step == "before the update task starts":
+        check(label + ": no update was started", "no update was started on the BMC" in said,
+              said)
+    if reader:
+        check(label + ": the copy stopped at the signal (%d of %d bytes)"
+              % (reader.got, 512 + SLOW_IMAGE_BODY), 0 < reader.got < 512 + SLOW_IMAGE_BODY)
     check_nothing_left(case, label)
     with LOCK:
         TIMINGS[(step, signame + ("/closed" if how == "closed" else ""))] = (
@@ -592,7 +601,10 @@ def main():
     finally:
         if host is not None:
             host.detach()
-        shutil.rmtree(root, ignore_errors=True)
+        if os.environ.get("VRX_USB_STEPS_KEEP"):
+            print("kept:", root)
+        else:
+            shutil.rmtree(root, ignore_errors=True)
     if FAILURES:
         print("%d check(s) failed" % len(FAILURES))
         return 1
