@@ -1,16 +1,14 @@
 #include "driver/config.h"
 
-#include <errno.h>
-#include <fcntl.h>
 #include <limits.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <memory>
 #include <new>
 #include <string>
 
 #include "output/output.h"
+#include "platform/platform.h"
 
 TConfigurationHandle* G_pConfigHandle = nullptr;
 
@@ -199,40 +197,32 @@ void ReportReadError(const char* name, size_t readLength, size_t fileSize) {
 // short read, already reported), 3 (no memory) or 4 (not a regular file).
 int LoadFile(const char* path, std::string* text) {
   // Non-blocking so that a FIFO in place of the file cannot hang the start.
-  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  struct stat st;
-  if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
-    close(fd);
+  std::unique_ptr<platform::File> file = platform::GetEnv()->OpenForRead(path);
+  platform::FileInfo st;
+  if (file && (!file->Stat(&st) || st.type != platform::FileType::kRegular)) {
+    file.reset();
     // Something else by that name is refused, never read as settings.
     if (G_pOutputMessageHandle != nullptr)
       G_pOutputMessageHandle->RedirectMessage(
           eRedirectError, "   %s: is not a regular file\n", path);
     return RC_FILE_ERROR;
   }
-  if (fd < 0) {
+  if (!file) {
     ReportCannotFind(path);
     return RC_FAILED;
   }
-  size_t size = static_cast<size_t>(st.st_size);
+  size_t size = static_cast<size_t>(st.size);
   if (size > kMaxConfigFileSize) {
-    close(fd);
     ReportReadError(path, 0, size);
     return RC_FAILED;
   }
   char* buffer = new (std::nothrow) char[size + 1];
   if (buffer == nullptr) {
-    close(fd);
     ReportNoMemory();
     return RC_OUT_OF_MEMORY;
   }
-  size_t got = 0;
-  while (got < size) {
-    ssize_t n = read(fd, buffer + got, size - got);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    got += static_cast<size_t>(n);
-  }
-  close(fd);
+  size_t got = file->Read(buffer, size);
+  file.reset();
   if (got < size) {
     delete[] buffer;
     ReportReadError(path, got, size);

@@ -9,10 +9,12 @@
 #include "bmc/bmc_handle.h"
 #include "driver/config.h"
 #include "driver/options.h"
+#include "driver/preflight.h"
 #include "image/image_file.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
+#include "ipmi/request_kind.h"
 #include "output/output.h"
 #include "output/update_package.h"
 #include "platform/platform.h"
@@ -246,36 +248,43 @@ int RunMain(int argc, char** argv) {
   G_u8BMCNeedReboot = 0;
   G_u8CipherValue = 0xFF;
   update_steps::ResetInterruptNotes();
+  ResetStateChangeNote();
 
-  // 1. Objects, then the settings file so that the options win over it.
+  // Objects, then the settings file, so that the options win over it.
   sImageHeaderTag emptyHeader;
   memset(&emptyHeader, 0, sizeof(emptyHeader));
   MainConstructor();
   int configRc = RC_SUCCESS;
   if (G_pConfigHandle != nullptr) configRc = G_pConfigHandle->ReadConfigFile();
 
-  // 2.
+  // Every report of this program describes a BMC.
   COrvoUpdatePackage::IsBMC(true);
 
-  // 3.
+  // The list that -i fills; a settings file that is no regular file
+  // stops the run before anything else.
   char** fileList = nullptr;
   int fileCount = 0;
   int rc = CreateFwImageFilenameList(&fileList);
-  // A settings file that is no regular file stops the run before anything.
   if (rc == RC_SUCCESS && configRc == RC_FILE_ERROR) rc = RC_FILE_ERROR;
   if (rc != RC_SUCCESS) G_pOutputMessageHandle->OutputUtilityHeader();
 
-  // 4.-7. Options, settings report, channel, BMC search.
+  // Options, the settings report, the channel and the BMC search.
   if (rc == RC_SUCCESS)
     rc = ParseCommandArguments(argc, argv, fileList, &fileCount);
   if (rc == RC_SUCCESS)
     G_pOutputMessageHandle->OutuptUtilityConfiguration(
         G_pConfigHandle->GetSettings());
-  if (rc == RC_SUCCESS && G_EnableIPMILan == 0) rc = InitKcsDriver();
-  if (rc == RC_SUCCESS) rc = G_pBMCHandle->SearchBMCDevices();
+  // The pre-flight check runs the steps that change nothing, then ends.
+  const bool check = rc == RC_SUCCESS && CheckRequested();
+  if (check)
+    rc = RunPreflightCheck({fileList, fileCount,
+                            G_pBMCHandle->GetFwUpdateMode() == eFwUpdateModeRemote,
+                            LockPathForTarget(), configRc});
+  if (rc == RC_SUCCESS && !check && G_EnableIPMILan == 0) rc = InitKcsDriver();
+  if (rc == RC_SUCCESS && !check) rc = G_pBMCHandle->SearchBMCDevices();
 
-  // 8.-9. The inventory needs no questions and no update.
-  const bool inventory = COrvoUpdatePackage::XmlInventoryMode();
+  // The inventory and the check need no questions and no update.
+  const bool inventory = COrvoUpdatePackage::XmlInventoryMode() || check;
   if (rc == RC_SUCCESS && !inventory) {
     if (!AskEntityQuestions()) {
       // A refused BIOS update ends here, without report or clean-up.
@@ -286,7 +295,7 @@ int RunMain(int argc, char** argv) {
     rc = RC_SUCCESS;
   }
 
-  // 10.
+  // One run per BMC from here on, then the update itself.
   if (rc == RC_SUCCESS && !inventory) rc = LockTheBmc();
   if (rc == RC_SUCCESS && !inventory) {
     if (G_pBMCHandle->GetFwUpdateMode() == eFwUpdateModeRemote)
@@ -295,7 +304,7 @@ int RunMain(int argc, char** argv) {
       rc = DispatchImageUpdate(fileList, fileCount, &emptyHeader);
   }
 
-  // 11. The common ending.
+  // The common ending.
   COrvoUpdatePackage::ToOutputIfNecessary(static_cast<eReturnCodeTag>(rc));
   DeleteFwImageFilenameList(&fileList);
   UinitKcsDriver();

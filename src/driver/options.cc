@@ -2,7 +2,6 @@
 
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
 #include "output/update_package.h"
+#include "platform/platform.h"
 #include "update/firmware_update.h"
 
 const sArgumentRuleTag G_asArgumentRuleList[] = {
@@ -43,6 +43,9 @@ const sArgumentRuleTag G_asArgumentRuleList[] = {
     {"-I", eOptInterval, 1, 0},
     {"-D", eOptDelay, 1, 0},
     {"-e", eOptEntity, 1, 0},
+    {"-check", eOptCheck, 3, 0},
+    {"-history", eOptHistory, 3, 0},
+    {"-record", eOptRecord, 1, 0},
     {"", eOptAdvHelp, 0, 0},
 };
 
@@ -68,6 +71,9 @@ const sHelpTag G_asHelpList[] = {
     {eHelpNormal, "   -version           Display version of this utility.\n"},
     {eHelpNormal, "   -q, -quiet         Quiet mode. No prompts. Display error messages ONLY.\n"},
     {eHelpNormal, "   -l, -log=filename  Log all messages to file specified by filename.\n"},
+    {eHelpNormal, "   -check             Check that the update would go ahead; change nothing.\n"},
+    {eHelpNormal, "   -history           Show the firmware update history of this machine.\n"},
+    {eHelpNormal, "   -record=filename   Record every IPMI request and response to filename.\n"},
     {eHelpNormal, "   -h, -help          Show command line options with descriptions.\n"},
     {eHelpNormal, ""},
 };
@@ -80,14 +86,14 @@ uint8_t G_LanFlag = 0;
 
 namespace {
 
-const int kLastOptionId = eOptEntity;
+const int kLastOptionId = eOptRecord;
 const size_t kWorkBufferSize = 272;
 const size_t kLogNameSize = 256;
 // The counted URI keeps its length in one byte.
 const size_t kMaxUriLength = 255;
 const char kFileNameForbidden[] = "*?+,;=[]";
 
-// One record per identifier 0-22 (11 unused), the revision-only record that
+// One record per identifier 0-25 (11 unused), the revision-only record that
 // no option reaches, and the spare record for identifiers without one.
 struct sOptionPropertySetTag {
   sOptionPropertyTag asOption[kLastOptionId + 1];
@@ -98,10 +104,12 @@ struct sOptionPropertySetTag {
 sOptionPropertySetTag G_sOptionPropertySet;
 // Whether a log option was read with an acceptable value.
 bool g_bLogNameAccepted = false;
+char g_achRecordName[kLogNameSize] = {0};
 
 void ResetOptionState() {
   memset(&G_sOptionPropertySet, 0, sizeof(G_sOptionPropertySet));
   g_bLogNameAccepted = false;
+  memset(g_achRecordName, 0, sizeof(g_achRecordName));
   G_ForceUpdateFlag = 0;
   G_InputFileFlag = 0;
   G_HostIPFlag = 0;
@@ -209,6 +217,12 @@ int ApplyOption(eOptionIdentificationTag id, const char* value,
       g_bLogNameAccepted = true;
       return OPTION_VALID;
     }
+    case eOptRecord: {
+      int rc = CheckFileNameValue(value, kLogNameSize);
+      if (rc != OPTION_VALID) return rc;
+      CopyBounded(g_achRecordName, kLogNameSize, value);
+      return OPTION_VALID;
+    }
     case eOptUri:
       if (strlen(value) > kMaxUriLength) return PROPERTY_INVALID;
       if (G_pFirmwareUpdate != nullptr) G_pFirmwareUpdate->SetURI(value);
@@ -261,6 +275,11 @@ void SetOffender(char* offender, const char* option) {
 int NeedsDependency(char* offender, const char* option) {
   SetOffender(offender, option);
   return OPTION_NEEDS_DEPENDENCY;
+}
+
+int Conflict(char* offender, const char* options) {
+  SetOffender(offender, options);
+  return OPTION_INVALID;
 }
 
 // Creates the report object and switches it to one of its two documents.
@@ -353,14 +372,14 @@ void ScrubPasswordArguments(int argc, char** argv) {
 // following a symbolic link, only as a regular file, and never over an
 // image named with -i.
 const char* LogFileRefusal(const char* path, char** fileList, int fileCount) {
-  struct stat log;
-  if (lstat(path, &log) != 0) return nullptr;  // created fresh
-  if (S_ISLNK(log.st_mode)) return "is a symbolic link; the log is not written through one";
-  if (!S_ISREG(log.st_mode)) return "is not a regular file";
+  platform::FileInfo log;
+  if (!platform::GetEnv()->LinkStat(path, &log)) return nullptr;  // created fresh
+  if (log.type == platform::FileType::kSymlink) return "is a symbolic link; the log is not written through one";
+  if (log.type != platform::FileType::kRegular) return "is not a regular file";
   for (int i = 0; fileList != nullptr && i < fileCount; ++i) {
-    struct stat image;
-    if (fileList[i] != nullptr && stat(fileList[i], &image) == 0 &&
-        image.st_dev == log.st_dev && image.st_ino == log.st_ino)
+    platform::FileInfo image;
+    if (fileList[i] != nullptr && platform::GetEnv()->Stat(fileList[i], &image) &&
+        platform::SameFile(image, log))
       return "is the image file named with -i";
   }
   return nullptr;
@@ -459,6 +478,16 @@ int ReadValidateOneArgument(char* arg, char** fileList, int* fileCount,
 }
 
 int CheckOptionDependency(char* offender) {
+  // The history is read, never a BMC: the update options are ignored, and
+  // the modes that would talk to a BMC do not mix with it.
+  if (Given(eOptHistory)) {
+    if (Given(eOptCheck)) return Conflict(offender, "-history -check");
+    if (Given(eOptFml)) return Conflict(offender, "-history -fml");
+    if (Given(eOptRecord)) return Conflict(offender, "-history -record");
+    return OPTION_VALID;
+  }
+  if (Given(eOptCheck) && Given(eOptFml))
+    return Conflict(offender, "-check -fml");
   const bool uri = Given(eOptUri);
   if (!uri) {
     if (Given(eOptRetry)) return NeedsDependency(offender, "-R");
@@ -477,12 +506,10 @@ int CheckOptionDependency(char* offender) {
     // Over the LAN only a remote update can run.
     if (Given(eOptInput)) return NeedsDependency(offender, "-i");
   }
-  if (Given(eOptXml) && Given(eOptFml)) {
-    SetOffender(offender, "-xml -fml");
-    return OPTION_INVALID;
-  }
+  if (Given(eOptXml) && Given(eOptFml)) return Conflict(offender, "-xml -fml");
+  // -check -xml is a check in XML, not the inventory: it needs an image.
   if (Given(eOptVersion) || Given(eOptHelp) || Given(eOptAdvHelp) ||
-      Given(eOptXml))
+      (Given(eOptXml) && !Given(eOptCheck)))
     return OPTION_VALID;
   if (uri && Given(eOptInput)) return OPTION_DUPLICATE;
   if (!Given(eOptEntity)) return OPTION_INSUFFICIENT;
@@ -515,13 +542,17 @@ int SetFwUpdateByCommandArguments(int /*argc*/, char** /*argv*/,
       G_pFirmwareUpdate->SetClearPsMode(true);
     if (Given(eOptForce) && G_pBMCHandle != nullptr)
       G_pBMCHandle->SetFwUpdateMode(eFwUpdateModeForce);
-    if (Given(eOptXml) && EnableXmlReport(true) != RC_SUCCESS)
+    // The check and the history write XML documents of their own.
+    if (Given(eOptXml) && (Given(eOptCheck) || Given(eOptHistory)))
+      SetOutputMode(eOutputXml);
+    else if (Given(eOptXml) && EnableXmlReport(true) != RC_SUCCESS)
       rc = RC_OUT_OF_MEMORY;
     if (Given(eOptFml) && EnableXmlReport(false) != RC_SUCCESS)
       rc = RC_OUT_OF_MEMORY;
     if (rc == RC_SUCCESS && Given(eOptVersion) && !Given(eOptQuiet) &&
         !Given(eOptForce) && !Given(eOptInput) && !Given(eOptClear) &&
-        !Given(eOptUri) && !Given(eOptReserved5))
+        !Given(eOptUri) && !Given(eOptReserved5) && !Given(eOptCheck) &&
+        !Given(eOptHistory))
       rc = RC_SILENT_FAILURE;
     if (Given(eOptUri) && G_pBMCHandle != nullptr)
       G_pBMCHandle->SetFwUpdateMode(eFwUpdateModeRemote);
@@ -541,7 +572,17 @@ void CheckOptionCombination() {
     ++count;
   };
   const bool revisionOnly = RevisionOnly();
-  if (HelpRequested() || revisionOnly) {
+  if (Given(eOptHistory) && !HelpRequested()) {
+    note(eOptForce, " [-f/-force]");
+    note(eOptInput, " [-i/-input]");
+    note(eOptClear, " [-c/-clear]");
+    note(eOptUri, " [-uri]");
+    note(eOptRetry, " [-R]");
+    note(eOptInterval, " [-I]");
+    note(eOptDelay, " [-D]");
+    note(eOptEntity, " [-e]");
+    note(eOptHost, " [-H]");
+  } else if (HelpRequested() || revisionOnly) {
     note(eOptReserved5, " [-d]");
     note(eOptForce, " [-f/-force]");
     if (!revisionOnly) note(eOptInput, " [-i/-input]");
@@ -564,6 +605,12 @@ void CheckOptionCombination() {
       eRedirectNormal, "   Incorrect option combination. %s %s ignored.\n",
       ignored.c_str(), count == 1 ? "is" : "are");
 }
+
+bool CheckRequested() { return Given(eOptCheck) && !HelpRequested(); }
+
+bool HistoryRequested() { return Given(eOptHistory) && !HelpRequested(); }
+
+const char* RecordFileName() { return g_achRecordName; }
 
 void DisplayHelpMessage(eHelpTypeTag type) {
   if (type == eHelpUsage) {

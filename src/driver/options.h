@@ -37,6 +37,10 @@ enum eOptionIdentificationTag : int32_t {
   eOptInterval = 20,
   eOptDelay = 21,
   eOptEntity = 22,
+  // Added after the original set; they change nothing on the BMC.
+  eOptCheck = 23,
+  eOptHistory = 24,
+  eOptRecord = 25,
 };
 
 enum eOptionReturnCodeTag : int32_t {
@@ -103,6 +107,12 @@ int CheckOptionDependency(char* offender);
 int SetFwUpdateByCommandArguments(int argc, char** argv, char** fileList,
                                   int* fileCount, char* logName);
 void CheckOptionCombination();
+
+// The modes the later options ask for, valid once the line was parsed.
+bool CheckRequested();    // -check: the pre-flight check instead of an update
+bool HistoryRequested();  // -history: the update history instead of a run
+// -record=FILE: the file that gets the IPMI conversation, or "" without it.
+const char* RecordFileName();
 
 void DisplayHelpMessage(eHelpTypeTag type);
 void DisplayOptionList(eHelpTypeTag type);

@@ -1,16 +1,13 @@
 // Copying an image onto the mounted virtual USB device, and emptying that
 // device's directory.
-#include <dirent.h>
-#include <stdio.h>
-#include <string.h>
-#include <sys/stat.h>
-
 #include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "image/image_file.h"
 #include "output/output.h"
+#include "platform/platform.h"
 #include "platform/signals.h"
 
 namespace {
@@ -28,39 +25,31 @@ void ShowPercent(unsigned percent) {
       static_cast<int>(percent));
 }
 
-struct FileCloser {
-  void operator()(FILE* file) const {
-    if (file != nullptr) fclose(file);
-  }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
 // Size of the opened source, 0 when it is empty or cannot be an image.
-unsigned long long SourceSize(FILE* file, const char* src) {
-  struct stat info;
-  if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) {
+unsigned long long SourceSize(platform::File* file, const char* src) {
+  platform::FileInfo info;
+  if (!file->Stat(&info) || info.type != platform::FileType::kRegular) {
     G_pOutputMessageHandle->RedirectMessage(
         eRedirectDebug, "\n       Not a regular file: %s \n", src);
     return 0;
   }
-  if (fseeko(file, 0, SEEK_END) != 0) return 0;
-  off_t end = ftello(file);
-  if (end <= 0 || fseeko(file, 0, SEEK_SET) != 0) return 0;
+  long long end = file->Size();
+  if (end <= 0) return 0;
   return static_cast<unsigned long long>(end);
 }
 
 // Opening the source itself for writing would truncate it.
-bool SameFile(FILE* src, const char* dst) {
-  struct stat srcInfo, dstInfo;
-  if (fstat(fileno(src), &srcInfo) != 0 || stat(dst, &dstInfo) != 0)
+bool SameFile(platform::File* src, const char* dst) {
+  platform::FileInfo srcInfo, dstInfo;
+  if (!src->Stat(&srcInfo) || !platform::GetEnv()->Stat(dst, &dstInfo))
     return false;
-  return srcInfo.st_dev == dstInfo.st_dev && srcInfo.st_ino == dstInfo.st_ino;
+  return platform::SameFile(srcInfo, dstInfo);
 }
 
 }  // namespace
 
 int WriteFwImageFile(const char* src, const char* dst) {
-  FilePtr in(fopen(src, "rb"));
+  std::unique_ptr<platform::File> in = platform::GetEnv()->OpenFile(src);
   if (!in) {
     G_pOutputMessageHandle->RedirectMessage(
         eRedirectDebug, "\n       Cannot find %s \n", src);
@@ -82,7 +71,7 @@ int WriteFwImageFile(const char* src, const char* dst) {
         dst);
     return 1;
   }
-  FilePtr out(fopen(dst, "wb"));
+  std::unique_ptr<platform::File> out = platform::GetEnv()->CreateFile(dst);
   if (!out) {
     G_pOutputMessageHandle->RedirectMessage(
         eRedirectDebug, "\n       Create file error: %s \n", dst);
@@ -108,11 +97,11 @@ int WriteFwImageFile(const char* src, const char* dst) {
     }
     size_t chunk = remaining < kChunkSize ? static_cast<size_t>(remaining)
                                           : kChunkSize;
-    if (fread(buffer.get(), 1, chunk, in.get()) != chunk) {
+    if (in->Read(buffer.get(), chunk) != chunk) {
       Debug("\n       Reading file error\n");
       return 1;
     }
-    if (fwrite(buffer.get(), 1, chunk, out.get()) != chunk) {
+    if (out->Write(buffer.get(), chunk) != chunk) {
       Debug("\n       Writing file error\n");
       return 1;
     }
@@ -125,15 +114,14 @@ int WriteFwImageFile(const char* src, const char* dst) {
       ShowPercent(shown);
     }
     // The BMC reads the device as soon as the copy is reported done.
-    if (fflush(out.get()) != 0) {
+    if (!out->Flush()) {
       G_pOutputMessageHandle->RedirectMessage(
           eRedirectDebug, "\n       fflush file error at %d percent\n",
           static_cast<int>(shown));
       return 1;
     }
   }
-  FILE* raw = out.release();
-  if (fclose(raw) != 0) {
+  if (!out->Close()) {
     Debug("\n       Writing file error\n");
     return 1;
   }
@@ -141,17 +129,15 @@ int WriteFwImageFile(const char* src, const char* dst) {
 }
 
 int ClearDisk(const char* path) {
-  DIR* dir = opendir(path);
-  if (dir == nullptr) {
+  std::vector<std::string> names;
+  if (!platform::GetEnv()->ListDirectory(path, &names)) {
     G_pOutputMessageHandle->RedirectMessage(
         eRedirectDebug, "\n       Open directory error: %s", path);
     return 0;
   }
-  while (struct dirent* entry = readdir(dir)) {
-    if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0)
-      continue;
-    std::string full = std::string(path) + "/" + entry->d_name;
-    if (remove(full.c_str()) == 0) {
+  for (const std::string& name : names) {
+    std::string full = std::string(path) + "/" + name;
+    if (platform::GetEnv()->RemoveFile(full)) {
       G_pOutputMessageHandle->RedirectMessage(
           eRedirectDebug, "\n       Delete file OK: %s", full.c_str());
     } else {
@@ -159,6 +145,5 @@ int ClearDisk(const char* path) {
           eRedirectDebug, "\n       Delete file error: %s", full.c_str());
     }
   }
-  closedir(dir);
   return 0;
 }

@@ -35,6 +35,9 @@ class TImageFileHandle {
   int ValidateFwImagePartitionSize(const uint8_t* block, size_t length);
   int ValidateFwImageFileHeader(const uint8_t* block);
   int ValidateFwImageFileHeader(const uint8_t* block, size_t length);
+  // Why the last validation refused the header ("invalid head CRC", ...),
+  // or null after one that passed.
+  const char* LastRefusal() const { return pchLastRefusal; }
 
   // Image list.
   int ReadValidateFwImageFileHeader(char** names, int count);
@@ -55,6 +58,7 @@ class TImageFileHandle {
   sImageHeaderTag* psImageHeaderList = nullptr;
   sImageHeaderTag* psCurrImageHeader = nullptr;
   int i32ImageListCapacity = 0;  // records allocated in the list
+  const char* pchLastRefusal = nullptr;
 };
 
 extern TImageFileHandle* G_pImageFileHandle;
@@ -63,6 +67,11 @@ int ImageHandlerDestructor();
 
 // 0 copied, 1 a file could not be opened/read/written/flushed, 3 no buffer.
 int WriteFwImageFile(const char* src, const char* dst);
+// Reads the 512-byte header block of an image file into block, without
+// blocking on the open (image_probe.cc): 0, or 1 when the file cannot be
+// opened or is shorter than the block.
+int ReadImageHeaderBlock(const char* name, uint8_t* block);
+
 // Removes the entries of a directory; always 0.
 int ClearDisk(const char* path);
 

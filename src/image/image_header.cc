@@ -130,6 +130,7 @@ int TImageFileHandle::ValidateFwImagePartitionSize(const uint8_t* block,
     if (at + 4 > length || ReadData(block + at, 4) == 0) valid = false;
   }
   if (valid) return RC_SUCCESS;
+  pchLastRefusal = "invalid partition size";
   G_pOutputMessageHandle->RedirectMessage(
       eRedirectError, "\r   %s: invalid partition size !! \n",
       header->achFileName);
@@ -145,22 +146,27 @@ int TImageFileHandle::ValidateFwImageFileHeader(const uint8_t* block,
   const sImageHeaderTag* header = psCurrImageHeader;
   if (header == nullptr || block == nullptr) return RC_FILE_ERROR;
   const char* name = header->achFileName;
+  pchLastRefusal = nullptr;
   if (header->u32HeadCRC != header->u32CalculatedCRC) {
+    pchLastRefusal = "invalid head CRC";
     G_pOutputMessageHandle->RedirectMessage(
         eRedirectError, "\r   %s: invalid head CRC !! \n", name);
     return RC_FILE_ERROR;
   }
   if (header->u8HeadVersion != 1) {
+    pchLastRefusal = "invalid head version";
     G_pOutputMessageHandle->RedirectMessage(
         eRedirectError, "\r   %s: invalid head version !! \n", name);
     return RC_FILE_ERROR;
   }
   if (header->u32ImageType == 0 || header->u32ImageType == 0xAF) {
+    pchLastRefusal = "invalid image type";
     G_pOutputMessageHandle->RedirectMessage(
         eRedirectError, "\r   %s: invalid image type !! \n", name);
     return RC_FILE_ERROR;
   }
   if (header->u8ReservedByte != 0 || header->u32ReservedWord != 0) {
+    pchLastRefusal = "invalid reserved byte";
     G_pOutputMessageHandle->RedirectMessage(
         eRedirectError, "\r   %s: invalid reserved byte !! \n", name);
     return RC_FILE_ERROR;

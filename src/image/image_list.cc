@@ -1,14 +1,13 @@
 // The list of image files named on the command line.
 #include <stdio.h>
 #include <string.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <memory>
 #include <new>
 
 #include "image/image_file.h"
 #include "output/output.h"
+#include "platform/platform.h"
 
 TImageFileHandle* G_pImageFileHandle = nullptr;
 
@@ -81,24 +80,19 @@ constexpr unsigned long long kLargestImage = 0xFFFFFFFFull;
 
 // Size of an opened image file, or a reason it cannot be one. Returns 0 when
 // the file is usable.
-int SizeOfImageFile(FILE* file, const char* name, uint32_t* size) {
-  struct stat info;
-  if (fstat(fileno(file), &info) != 0) {
+int SizeOfImageFile(platform::File* file, const char* name, uint32_t* size) {
+  platform::FileInfo info;
+  if (!file->Stat(&info)) {
     G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
                                             "\n   Cannot open %s \n", name);
     return 1;
   }
-  if (S_ISDIR(info.st_mode)) {
+  if (info.type == platform::FileType::kDirectory) {
     G_pOutputMessageHandle->RedirectMessage(
         eRedirectError, "\n   %s is a directory, not an image file \n", name);
     return 1;
   }
-  if (fseeko(file, 0, SEEK_END) != 0) {
-    G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
-                                            "\n   Cannot open %s \n", name);
-    return 1;
-  }
-  off_t end = ftello(file);
+  long long end = file->Size();
   if (end < 0) {
     G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
                                             "\n   Cannot open %s \n", name);
@@ -116,12 +110,13 @@ int SizeOfImageFile(FILE* file, const char* name, uint32_t* size) {
 
 // Why an opened file cannot be an image, or null. An image holds at least
 // its header, so an empty or truncated file never starts an update.
-const char* ImageFileRefusal(int fd) {
-  struct stat st;
-  if (fstat(fd, &st) != 0) return "cannot be examined";
-  if (S_ISDIR(st.st_mode)) return nullptr;  // refused by name further on
-  if (!S_ISREG(st.st_mode)) return "is not a regular file";
-  if (st.st_size < static_cast<off_t>(kMinimumImageSize))
+const char* ImageFileRefusal(platform::File* file) {
+  platform::FileInfo st;
+  if (!file->Stat(&st)) return "cannot be examined";
+  // A directory is refused by name further on.
+  if (st.type == platform::FileType::kDirectory) return nullptr;
+  if (st.type != platform::FileType::kRegular) return "is not a regular file";
+  if (st.size < kMinimumImageSize)
     return "is too short to be an image (less than 512 bytes)";
   return nullptr;
 }
@@ -150,19 +145,17 @@ int TImageFileHandle::ReadValidateFwImageFileHeader(char** names, int count) {
     }
     snprintf(header->achFileName, sizeof(header->achFileName), "%s", name);
     // Without blocking: a FIFO named as the image would hang the open.
-    int fd = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    const char* refusal = fd >= 0 ? ImageFileRefusal(fd) : nullptr;
+    std::unique_ptr<platform::File> file = platform::GetEnv()->OpenForRead(name);
+    const char* refusal = file ? ImageFileRefusal(file.get()) : nullptr;
     if (refusal != nullptr) {
-      close(fd);
+      file.reset();
       G_pOutputMessageHandle->RedirectMessage(eRedirectError, "   %s: %s\n",
                                               name, refusal);
       ClearCurrImageHeader();
       result = RC_FILE_ERROR;
       continue;
     }
-    FILE* file = fd >= 0 ? fdopen(fd, "rb") : nullptr;
-    if (file == nullptr) {
-      if (fd >= 0) close(fd);
+    if (!file) {
       G_pOutputMessageHandle->RedirectMessage(eRedirectDebug,
                                               "\n   Cannot open %s \n", name);
       ClearCurrImageHeader();
@@ -170,8 +163,8 @@ int TImageFileHandle::ReadValidateFwImageFileHeader(char** names, int count) {
       continue;
     }
     uint32_t size = 0;
-    int unusable = SizeOfImageFile(file, name, &size);
-    fclose(file);
+    int unusable = SizeOfImageFile(file.get(), name, &size);
+    file.reset();
     if (unusable != 0) {
       ClearCurrImageHeader();
       result = RC_OPEN_INPUT_FAILED;

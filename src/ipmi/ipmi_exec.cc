@@ -5,6 +5,7 @@
 
 #include "ipmi/kcs_transport.h"
 #include "ipmi/lan_transport.h"
+#include "ipmi/request_kind.h"
 #include "ipmi/request_trace.h"
 #include "output/output.h"
 #include "platform/platform.h"
@@ -126,6 +127,19 @@ int ExecuteCommand(unsigned char slaveAddress, unsigned char netFnLun,
                    unsigned char command, sIPMIReqRespTag* record) {
   int result = 1;
   bool retryLimitReached = false;
+  const unsigned length =
+      BoundedLength(record->u16RequestDataLength, sizeof(record->au8RequestData));
+  if (ChangesBmcState(netFnLun, command, record->au8RequestData, length)) {
+    // The check promises to change nothing: such a request never leaves.
+    if (ReadOnlyChannel()) {
+      G_pOutputMessageHandle->RedirectMessage(
+          eRedirectDebug,
+          "\n   Not sent: NetFn 0x%02x command 0x%02x would change the BMC\n",
+          netFnLun >> 2, command);
+      return RC_FAILED;
+    }
+    NoteStateChangingRequest();
+  }
   if (G_pKCSDriverAPI != nullptr)
     result = G_pKCSDriverAPI->DoIPMICommand(netFnLun, command, record,
                                             slaveAddress, &retryLimitReached);

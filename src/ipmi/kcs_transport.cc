@@ -11,8 +11,11 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "platform/platform.h"
 
 const char* const SysIntfStr[] = {"NULL", "KCS", "SMIC", "BT"};
 const char* const RegSpaceStr[] = {"ByteBoundary", "ThirtyTwoBitBoundary",
@@ -267,47 +270,44 @@ int TalkBMCviaKCS_OSA::GetConfig(const char* path, SystemInterface* intf,
                                  unsigned short* portAddress,
                                  RegisterSpacing* spacing, long* fourthValue) {
   static const char kSeparators[] = " _\r\n";
-  FILE* pFile = fopen(path, "r");
-  if (pFile == nullptr) {
+  std::unique_ptr<platform::File> pFile = platform::GetEnv()->OpenFile(path);
+  if (!pFile) {
     DebugTrace("Cannot find %s, abort.\n", path);
     return 1;
   }
   char achLine[64];
   char* pSave = nullptr;
-  if (fgets(achLine, sizeof(achLine), pFile) != nullptr) {
+  if (pFile->ReadLine(achLine, sizeof(achLine))) {
     int value = ConvertIntfType(strtok_r(achLine, kSeparators, &pSave));
     if (value < 0) {
       DebugTrace("Error config: %s ==> not a valid System interface type.\n",
                  achLine);
-      fclose(pFile);
       return 1;
     }
     *intf = static_cast<SystemInterface>(value);
   }
-  if (fgets(achLine, sizeof(achLine), pFile) != nullptr) {
+  if (pFile->ReadLine(achLine, sizeof(achLine))) {
     unsigned long value = strtoul(achLine, nullptr, 16);
     if (value < 1 || value > 0xFFFE) {
       ChopLine(achLine);
       DebugTrace("Error config: %s ==> not a valid Port Address.\n", achLine);
-      fclose(pFile);
       return 1;
     }
     *portAddress = static_cast<unsigned short>(value);
   }
-  if (fgets(achLine, sizeof(achLine), pFile) != nullptr) {
+  if (pFile->ReadLine(achLine, sizeof(achLine))) {
     int value = ConvertRegSpace(strtok_r(achLine, kSeparators, &pSave));
     if (value < 0) {
       DebugTrace("Error config: %s ==> not a valid Register Spacing type.\n",
                  achLine);
-      fclose(pFile);
       return 1;
     }
     *spacing = static_cast<RegisterSpacing>(value);
   }
   *fourthValue = 0x3000;
-  if (fgets(achLine, sizeof(achLine), pFile) != nullptr)
+  if (pFile->ReadLine(achLine, sizeof(achLine)))
     *fourthValue = strtol(achLine, nullptr, 16);
-  fclose(pFile);
+  pFile.reset();
   DebugTrace("Read Config:\nSysIntf = %s, PortAddr = 0x%.3X, RegSpace = %s\n",
              TableName(SysIntfStr, 4, *intf), *portAddress,
              TableName(RegSpaceStr, 4, *spacing));

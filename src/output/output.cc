@@ -1,12 +1,11 @@
 #include "output/output.h"
 
 #include <ctype.h>
-#include <fcntl.h>
 #include <stdarg.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <string.h>
 
 #include "common/return_code.h"
+#include "common/text_format.h"
 #include "platform/platform.h"
 
 TOutputMessageHandle* G_pOutputMessageHandle = nullptr;
@@ -48,18 +47,18 @@ void TOutputMessageHandle::WriteString(FILE* stream, const char* text) {
   fflush(stream);
 }
 
+void TOutputMessageHandle::WriteLog(const char* text) {
+  if (!pLogFile) return;
+  pLogFile->Write(text, strlen(text));
+  pLogFile->Flush();
+}
+
 void TOutputMessageHandle::RedirectMessage(eRedirectModeTag mode,
                                            const char* format, ...) {
   // Sized to the message, so a long path or argument can never overrun it.
   va_list args;
   va_start(args, format);
-  va_list copy;
-  va_copy(copy, args);
-  int needed = vsnprintf(nullptr, 0, format, copy);
-  va_end(copy);
-  if (needed < 0) needed = 0;
-  achMessageBuffer.assign(static_cast<size_t>(needed) + 1, '\0');
-  vsnprintf(&achMessageBuffer[0], achMessageBuffer.size(), format, args);
+  achMessageBuffer = StringVPrintf(format, args);
   va_end(args);
   const char* text = achMessageBuffer.c_str();
 
@@ -90,23 +89,18 @@ void TOutputMessageHandle::RedirectMessage(eRedirectModeTag mode,
       break;
   }
   WriteString(console, text);
-  if (toLog) WriteString(pLogFile, text);
+  if (toLog) WriteLog(text);
+}
+
+void TOutputMessageHandle::WriteDocument(const std::string& text) {
+  WriteString(ConsoleOut(), text.c_str());
 }
 
 int TOutputMessageHandle::OpenLogFile(const char* path, int argc,
                                       char** argv) {
   // Never through a symbolic link, never anything but a regular file, and
   // readable by its owner only: the log holds the BMC conversation.
-  int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC |
-                          O_NONBLOCK,
-                0600);
-  struct stat st;
-  if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
-    close(fd);
-    fd = -1;
-  }
-  pLogFile = fd >= 0 ? fdopen(fd, "w") : nullptr;
-  if (pLogFile == nullptr && fd >= 0) close(fd);
+  pLogFile = platform::GetEnv()->CreateForWrite(path);
   if (pLogFile == nullptr) {
     RedirectMessage(eRedirectError, " Cannot create %s \n", path);
     return RC_FILE_ERROR;
@@ -118,9 +112,9 @@ int TOutputMessageHandle::OpenLogFile(const char* path, int argc,
 
 void TOutputMessageHandle::CloseLogFile() {
   if (pLogFile == nullptr) return;
-  fflush(pLogFile);
-  fclose(pLogFile);
-  pLogFile = nullptr;
+  pLogFile->Flush();
+  pLogFile->Close();
+  pLogFile.reset();
 }
 
 void TOutputMessageHandle::SetOutputMode(eOutputModeTag mode) {

@@ -7,8 +7,10 @@
 
 #include <stdio.h>
 
+#include <memory>
 #include <string>
 
+#include "platform/files.h"
 #include "types.h"
 
 class TOutputMessageHandle {
@@ -24,6 +26,9 @@ class TOutputMessageHandle {
   void RedirectMessage(eRedirectModeTag mode, const char* format, ...)
       __attribute__((format(printf, 3, 4)));
   void WriteString(FILE* stream, const char* text);
+  // A whole document (XML) for standard output, whatever the output mode;
+  // it is not logged.
+  void WriteDocument(const std::string& text);
 
   int OpenLogFile(const char* path, int argc, char** argv);
   void CloseLogFile();
@@ -62,7 +67,9 @@ class TOutputMessageHandle {
   FILE* ConsoleOut() const;
   FILE* ConsoleErr() const;
 
-  FILE* pLogFile = nullptr;
+  void WriteLog(const char* text);
+
+  std::unique_ptr<platform::File> pLogFile;
   std::string achMessageBuffer;  // every message is formatted here first
   eOutputModeTag eOutputMode = eOutputNormal;
   uint8_t u8HeaderShown = 0;
@@ -71,6 +78,10 @@ class TOutputMessageHandle {
 };
 
 extern TOutputMessageHandle* G_pOutputMessageHandle;
+
+// The output object in force, for the modules that write through it; it
+// exists from the start of a run to its end.
+inline TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
 
 int OutputConstructor();
 int OutputDestructor();

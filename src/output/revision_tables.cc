@@ -1,11 +1,11 @@
 // Version tables: the BMC's current firmware against an image, before and
 // after an update.
-#include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 
 #include <string>
 
+#include "common/text_format.h"
 #include "output/output.h"
 
 namespace {
@@ -35,16 +35,7 @@ std::string LineFormat3(unsigned width) {
 std::string FormatLine(const char* format, ...) {
   va_list args;
   va_start(args, format);
-  va_list copy;
-  va_copy(copy, args);
-  int needed = vsnprintf(nullptr, 0, format, copy);
-  va_end(copy);
-  std::string line;
-  if (needed > 0) {
-    line.assign(static_cast<size_t>(needed) + 1, '\0');
-    vsnprintf(&line[0], line.size(), format, args);
-    line.resize(static_cast<size_t>(needed));
-  }
+  std::string line = StringVPrintf(format, args);
   va_end(args);
   return line;
 }
@@ -65,35 +56,25 @@ std::string NameCell(const sBMCInformationTag* bmc, unsigned width) {
   return cell;
 }
 
-std::string Printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
-std::string Printf(const char* format, ...) {
-  char text[64];
-  va_list args;
-  va_start(args, format);
-  vsnprintf(text, sizeof(text), format, args);
-  va_end(args);
-  return text;
-}
-
-std::string Version(const uint8_t* fw) { return Printf("%u.%u", fw[0], fw[1]); }
+std::string Version(const uint8_t* fw) { return StringPrintf("%u.%u", fw[0], fw[1]); }
 
 unsigned Revision16(const uint8_t* fw) { return fw[2] * 256u + fw[3]; }
 
 std::string Revision(const uint8_t* fw) {
-  return Printf("%u", Revision16(fw));
+  return StringPrintf("%u", Revision16(fw));
 }
 
 std::string Bootloader(const uint8_t* version) {
-  return Printf("%X.%X.%X", version[0], version[1], version[2]);
+  return StringPrintf("%X.%X.%X", version[0], version[1], version[2]);
 }
 
 std::string MajorHex(const sBMCInformationTag* bmc) {
-  return Printf("0x%02X", bmc->au8FwRevision[0]);
+  return StringPrintf("0x%02X", bmc->au8FwRevision[0]);
 }
 
 std::string MinorHex(const sBMCInformationTag* bmc) {
   uint8_t minor = bmc->au8FwRevision[1];
-  return Printf("0x%X%X", minor >> 4, minor & 0x0F);
+  return StringPrintf("0x%X%X", minor >> 4, minor & 0x0F);
 }
 
 void PrintLine(TOutputMessageHandle* out, const std::string& format,

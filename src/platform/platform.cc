@@ -19,6 +19,7 @@
 
 #include <map>
 
+#include "platform/posix_files.h"
 #include "platform/signals.h"
 
 extern char** environ;
@@ -211,6 +212,52 @@ class PosixEnv : public Env {
     if (rc != 0) return -2;
     *sectors = count;
     return 0;
+  }
+  bool CanExecute(const std::string& program) override {
+    if (program.empty()) return false;
+    if (program.find('/') != std::string::npos)
+      return access(program.c_str(), X_OK) == 0;
+    const char* path = getenv("PATH");
+    std::string directories = path != nullptr ? path : "/usr/bin:/bin";
+    size_t start = 0;
+    while (start <= directories.size()) {
+      size_t end = directories.find(':', start);
+      if (end == std::string::npos) end = directories.size();
+      std::string directory = directories.substr(start, end - start);
+      if (directory.empty()) directory = ".";
+      const std::string candidate = directory + "/" + program;
+      struct stat st;
+      if (stat(candidate.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+          access(candidate.c_str(), X_OK) == 0)
+        return true;
+      start = end + 1;
+    }
+    return false;
+  }
+  std::unique_ptr<File> OpenForRead(const std::string& path) override {
+    return posix::OpenForRead(path);
+  }
+  std::unique_ptr<File> OpenFile(const std::string& path) override {
+    return posix::OpenFile(path);
+  }
+  std::unique_ptr<File> CreateFile(const std::string& path) override {
+    return posix::CreateFile(path);
+  }
+  std::unique_ptr<File> CreateForWrite(const std::string& path) override {
+    return posix::CreateForWrite(path);
+  }
+  bool ListDirectory(const std::string& path,
+                     std::vector<std::string>* names) override {
+    return posix::ListDirectory(path, names);
+  }
+  bool RemoveFile(const std::string& path) override {
+    return posix::RemoveFile(path);
+  }
+  bool Stat(const std::string& path, FileInfo* info) override {
+    return posix::Stat(path, info);
+  }
+  bool LinkStat(const std::string& path, FileInfo* info) override {
+    return posix::LinkStat(path, info);
   }
 
  private:

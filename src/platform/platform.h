@@ -1,6 +1,6 @@
 // The one seam between the utility and the operating system for time,
-// sleeping, shell commands, console input, directory tests and the block
-// device size query. Production uses the real OS; tests install a fake with
+// sleeping, shell commands, console input, files and directories, and the
+// block device size query. Production uses the real OS; tests install a fake with
 // SetEnv() so that waits of minutes run in microseconds and every external
 // command is scripted and recorded.
 #ifndef VRX_PLATFORM_PLATFORM_H_
@@ -12,6 +12,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "platform/files.h"
 
 namespace platform {
 
@@ -92,6 +94,33 @@ class Env {
   // the size request fails.
   virtual int BlockDeviceSectors(const std::string& path,
                                  unsigned long* sectors) = 0;
+
+  // program may be executed by this process: a name with a slash as it
+  // stands, any other name as the shell would find it on PATH.
+  virtual bool CanExecute(const std::string& program) = 0;
+
+  // open(O_RDONLY | O_NONBLOCK | O_CLOEXEC): a FIFO cannot hang the open,
+  // and a file of any type opens. Null when it cannot be opened.
+  virtual std::unique_ptr<File> OpenForRead(const std::string& path) = 0;
+  // fopen(path, "rb"): follows symbolic links. Null when it fails.
+  virtual std::unique_ptr<File> OpenFile(const std::string& path) = 0;
+  // fopen(path, "wb"): created (0666 less the umask) or truncated.
+  // Null when it fails.
+  virtual std::unique_ptr<File> CreateFile(const std::string& path) = 0;
+  // A private file written from its start: created with mode 0600 or
+  // truncated, never through a symbolic link, without blocking. Null when
+  // it cannot be opened or is not a regular file.
+  virtual std::unique_ptr<File> CreateForWrite(const std::string& path) = 0;
+  // The names in directory path, without "." and "..", in the directory's
+  // own order. false when the directory cannot be opened.
+  virtual bool ListDirectory(const std::string& path,
+                             std::vector<std::string>* names) = 0;
+  // remove(): a file, or an empty directory. false when it is still there.
+  virtual bool RemoveFile(const std::string& path) = 0;
+  // stat() of path, following symbolic links: false when it fails.
+  virtual bool Stat(const std::string& path, FileInfo* info) = 0;
+  // lstat() of path: a symbolic link is reported as one.
+  virtual bool LinkStat(const std::string& path, FileInfo* info) = 0;
 };
 
 // The environment in force: the real OS unless a test installed another.

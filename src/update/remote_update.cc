@@ -13,8 +13,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 constexpr unsigned char kSourceNetwork = 1;
 constexpr size_t kCountedBufferSize = 256;
 
@@ -139,10 +137,7 @@ int TFirmwareUpdate::EnableRemoteFirmwareUpdate(uint8_t value) {
   Out().RedirectMessage(eRedirectDebug, "\n   Remote Update Enable : ");
   Out().ClearOneLine(eRedirectProgress);
   Out().RedirectMessage(eRedirectNormal, "\n");
-  platform::Env* env = platform::GetEnv();
-  const time_t start = env->Now();
-  time_t stop = start;
-  double elapsed = 0;
+  update_steps::PollClock clock;
   int counter = update_steps::kSpinnerStart;
   int rc = 1;
   do {
@@ -159,21 +154,13 @@ int TFirmwareUpdate::EnableRemoteFirmwareUpdate(uint8_t value) {
         rc = 1;
       }
     }
-    stop = env->Now();
-    elapsed = update_steps::Elapsed(stop, start);
-  } while (rc != 0 && elapsed <= u16PhaseOneWaitingTime &&
+    clock.Tick();
+  } while (rc != 0 && clock.Seconds() <= u16PhaseOneWaitingTime &&
            !update_steps::Interrupted());
 
-  Out().RedirectMessage(eRedirectDebug,
-                        "   Start checking whether remote update is enabled "
-                        "at %s",
-                        platform::CTime(start).c_str());
-  Out().RedirectMessage(eRedirectDebug,
-                        "   Stop checking whether remote update is enabled at "
-                        "%s",
-                        platform::CTime(stop).c_str());
-  Out().RedirectMessage(eRedirectDebug, "   Elapsed time = %2.0f seconds\n",
-                        elapsed);
+  clock.PrintTimes("   ", "Start checking whether remote update is enabled",
+                   "Stop checking whether remote update is enabled");
+  clock.PrintElapsed("   ");
   if (rc != 0) {
     Out().RedirectMessage(eRedirectDebug, "   Remote Update Enable timeout\n");
     Out().RedirectMessage(eRedirectNormal, "\n");

@@ -13,8 +13,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 // The BMC needs time to restart before the first question is worth asking;
 // later questions are spaced so that a booting BMC is not flooded.
 constexpr int kGracefulFirstAttemptMax = 50;
@@ -28,48 +26,32 @@ enum eAttemptTag { eAttemptFailed, eAttemptDone };
 
 // The shared rhythm of both waits. attempt() returns eAttemptDone to end
 // the wait (whatever its outcome), eAttemptFailed to try again later.
-struct sWaitTimesTag {
-  time_t tStart;
-  time_t tStop;
-  double dElapsed;
-};
-
 template <typename Attempt>
-sWaitTimesTag WaitForBMC(uint16_t waitingTime, int firstAttemptMax,
-                         Attempt attempt) {
-  platform::Env* env = platform::GetEnv();
-  sWaitTimesTag times;
-  times.tStart = env->Now();
-  times.tStop = times.tStart;
-  times.dElapsed = 0;
-  time_t lastFailure = times.tStart;
-  time_t latest = times.tStart;
+update_steps::PollClock WaitForBMC(uint16_t waitingTime, int firstAttemptMax,
+                                   Attempt attempt) {
+  update_steps::PollClock clock;
+  time_t lastFailure = clock.Start();
   // Signed: a waiting time of 0 gives -1 and an attempt at once.
   int firstAttemptDelay = static_cast<int>(waitingTime) - 1;
   if (firstAttemptDelay > firstAttemptMax) firstAttemptDelay = firstAttemptMax;
   int counter = update_steps::kSpinnerStart;
-  double elapsed = 0;
   do {
     Out().BeautifyDelayPrintout(counter, kSpinnerText);
-    if (elapsed >= firstAttemptDelay &&
-        (update_steps::Elapsed(latest, lastFailure) >= kAttemptSpacing ||
+    if (clock.Seconds() >= firstAttemptDelay &&
+        (update_steps::Elapsed(clock.Latest(), lastFailure) >= kAttemptSpacing ||
          waitingTime <= kSpacingAppliesAbove)) {
       if (attempt() == eAttemptDone) {
-        times.tStop = env->Now();
-        times.dElapsed = update_steps::Elapsed(times.tStop, times.tStart);
-        return times;
+        clock.Tick();
+        return clock;
       }
       Out().RedirectMessage(eRedirectDebug, "   Get FW Version Failed\n");
-      lastFailure = env->Now();
+      lastFailure = platform::GetEnv()->Now();
     }
     DelayMS(1000);
-    latest = env->Now();
-    elapsed = update_steps::Elapsed(latest, times.tStart);
+    clock.Tick();
     --counter;
-  } while (elapsed <= waitingTime && !update_steps::Interrupted());
-  times.tStop = latest;
-  times.dElapsed = elapsed;
-  return times;
+  } while (clock.Seconds() <= waitingTime && !update_steps::Interrupted());
+  return clock;
 }
 
 void PrintCheckTimeout() {
@@ -89,7 +71,7 @@ void PrintVersionOk() {
 
 int TFirmwareUpdate::WaitForiBMCComeUp(sBMCInformationTag* bmc) {
   bool answered = false;
-  const sWaitTimesTag times =
+  const update_steps::PollClock clock =
       WaitForBMC(u16FwRebootWaitingTime, kGracefulFirstAttemptMax, [&] {
         unsigned char revision[4] = {0};
         if (GetFwImageVersion(0, revision) != 0) return eAttemptFailed;
@@ -100,12 +82,9 @@ int TFirmwareUpdate::WaitForiBMCComeUp(sBMCInformationTag* bmc) {
       });
 
   // The wait begins right after the graceful reset.
-  Out().RedirectMessage(eRedirectDebug, "   Set iBMC Graceful Reset Command at %s",
-                        platform::CTime(times.tStart).c_str());
-  Out().RedirectMessage(eRedirectDebug, "   Stop waiting for iBMC comes up at %s",
-                        platform::CTime(times.tStop).c_str());
-  Out().RedirectMessage(eRedirectDebug, "   Elapsed time = %2.0f seconds\n",
-                        times.dElapsed);
+  clock.PrintTimes("   ", "Set iBMC Graceful Reset Command",
+                   "Stop waiting for iBMC comes up");
+  clock.PrintElapsed("   ");
   if (!answered) {
     Out().RedirectMessage(eRedirectProgress,
                           "\r   Checking new firmware version timeout  ");
@@ -131,7 +110,7 @@ int TFirmwareUpdate::WaitForiBMCComeUp(sBMCInformationTag* bmc) {
 int TFirmwareUpdate::WaitForColdResetDone(const sBMCInformationTag* /*current*/,
                                           const sBMCInformationTag* /*fill*/) {
   int result = 1;
-  const sWaitTimesTag times =
+  const update_steps::PollClock clock =
       WaitForBMC(u16FwRebootWaitingTime, kColdFirstAttemptMax, [&] {
         unsigned char revision[2] = {0};
         result = GetDeviceID(revision);
@@ -155,12 +134,8 @@ int TFirmwareUpdate::WaitForColdResetDone(const sBMCInformationTag* /*current*/,
         return eAttemptDone;
       });
 
-  Out().RedirectMessage(eRedirectDebug, "   Cold Reset Command at %s",
-                        platform::CTime(times.tStart).c_str());
-  Out().RedirectMessage(eRedirectDebug, "   BMC comes up from Cold Reset at %s",
-                        platform::CTime(times.tStop).c_str());
-  Out().RedirectMessage(eRedirectDebug, "   Elapsed time = %2.0f seconds\n",
-                        times.dElapsed);
+  clock.PrintTimes("   ", "Cold Reset Command", "BMC comes up from Cold Reset");
+  clock.PrintElapsed("   ");
   if (result != 0) {
     PrintCheckTimeout();
     return RC_TIMEOUT_LIMIT + RC_GET_FW_VERSION_FAILED;

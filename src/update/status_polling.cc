@@ -11,8 +11,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 struct sStatusCodeTag {
   uint8_t u8Code;
   const char* pchText;
@@ -45,36 +43,10 @@ constexpr int kUnknownStatusVerdict = 42;
 constexpr uint8_t kStatusProgramming = 0x02;
 constexpr uint8_t kStatusCompleted = 0xFF;
 
-// The clock of one poll: start, latest reading and the seconds between.
-struct sPollClockTag {
-  time_t tStart;
-  time_t tLatest;
-  double dElapsed;
-};
-
-sPollClockTag StartClock() {
-  const time_t now = platform::GetEnv()->Now();
-  return sPollClockTag{now, now, 0};
-}
-
-void Tick(sPollClockTag* clock) {
-  clock->tLatest = platform::GetEnv()->Now();
-  clock->dElapsed = update_steps::Elapsed(clock->tLatest, clock->tStart);
-}
-
-// The start, stop and elapsed lines of the status polls.
-void PrintStatusTimes(const sPollClockTag& clock) {
-  Out().RedirectMessage(eRedirectDebug,
-                        "   Start getting firmware update status at %s",
-                        platform::CTime(clock.tStart).c_str());
-  Out().RedirectMessage(eRedirectDebug,
-                        "   Stop getting firmware update status at %s",
-                        platform::CTime(clock.tLatest).c_str());
-}
-
-void PrintElapsed(const sPollClockTag& clock) {
-  Out().RedirectMessage(eRedirectDebug, "   Elapsed time = %2.0f seconds\n",
-                        clock.dElapsed);
+// The start and stop lines of the status polls.
+void PrintStatusTimes(const update_steps::PollClock& clock) {
+  clock.PrintTimes("   ", "Start getting firmware update status",
+                   "Stop getting firmware update status");
 }
 
 }  // namespace
@@ -93,7 +65,7 @@ int TFirmwareUpdate::CheckStatusCode(uint8_t code, char* text) {
 
 int TFirmwareUpdate::DoGetFwUpdateStatus() {
   Out().RedirectMessage(eRedirectNormal, "\n   Get Firmware Update Status ");
-  sPollClockTag clock = StartClock();
+  update_steps::PollClock clock;
   int rc = 0;
   bool done = false;
   do {
@@ -108,12 +80,12 @@ int TFirmwareUpdate::DoGetFwUpdateStatus() {
         done = true;
       }
     }
-    Tick(&clock);
-  } while (rc == 0 && !done && clock.dElapsed <= u16FwUpdateWaitingTime &&
+    clock.Tick();
+  } while (rc == 0 && !done && clock.Seconds() <= u16FwUpdateWaitingTime &&
            !update_steps::Interrupted());
 
   PrintStatusTimes(clock);
-  PrintElapsed(clock);
+  clock.PrintElapsed("   ");
   if (rc != 0) {
     Out().RedirectMessage(eRedirectNormal,
                           "\n   Get Firmware Update Status Failed\n");
@@ -131,7 +103,7 @@ int TFirmwareUpdate::DoGetFwUpdateStatus() {
 
 int TFirmwareUpdate::DoUSBGetFwUpdateStatus(uint8_t taskId) {
   Out().RedirectMessage(eRedirectNormal, "\n   Get Firmware Update Status");
-  sPollClockTag clock = StartClock();
+  update_steps::PollClock clock;
   int rc = 0;
   bool done = false;
   bool ended = false;  // a failed command or a verdict stopped the poll
@@ -172,18 +144,13 @@ int TFirmwareUpdate::DoUSBGetFwUpdateStatus(uint8_t taskId) {
         if (status == kStatusCompleted) done = true;
       }
     }
-    Tick(&clock);
-  } while (!ended && !done && clock.dElapsed <= u16FwUpdateWaitingTime &&
+    clock.Tick();
+  } while (!ended && !done && clock.Seconds() <= u16FwUpdateWaitingTime &&
            !update_steps::Interrupted());
 
-  Out().RedirectMessage(eRedirectDebug,
-                        "\tStart getting firmware update status at %s",
-                        platform::CTime(clock.tStart).c_str());
-  Out().RedirectMessage(eRedirectDebug,
-                        "\tStop getting firmware update status at %s",
-                        platform::CTime(clock.tLatest).c_str());
-  Out().RedirectMessage(eRedirectDebug, "\tElapsed time = %2.0f seconds\n",
-                        clock.dElapsed);
+  clock.PrintTimes("\t", "Start getting firmware update status",
+                   "Stop getting firmware update status");
+  clock.PrintElapsed("\t");
   if (!done && rc == 0) {
     Out().RedirectMessage(eRedirectDebug, "\tFirmware update status timeout\n");
     Out().ClearOneLine(eRedirectProgress);
@@ -197,7 +164,7 @@ int TFirmwareUpdate::DoUSBGetFwUpdateStatus(uint8_t taskId) {
 
 int TFirmwareUpdate::DoGetRemoteFwUpdateStatus(uint8_t taskId) {
   Out().RedirectMessage(eRedirectNormal, "\n   Get Firmware Update Status ");
-  sPollClockTag clock = StartClock();
+  update_steps::PollClock clock;
   int rc = 0;
   bool done = false;
   bool ended = false;  // a failure verdict stopped the poll
@@ -250,9 +217,9 @@ int TFirmwareUpdate::DoGetRemoteFwUpdateStatus(uint8_t taskId) {
         if (status == kStatusCompleted) done = true;
       }
     }
-    Tick(&clock);
+    clock.Tick();
   } while (!ended && !done && u8FirmwareRetry <= 15 &&
-           clock.dElapsed <= u16FwUpdateWaitingTime &&
+           clock.Seconds() <= u16FwUpdateWaitingTime &&
            !update_steps::Interrupted());
 
   if (u8FirmwareRetry > 14) {
@@ -263,7 +230,7 @@ int TFirmwareUpdate::DoGetRemoteFwUpdateStatus(uint8_t taskId) {
   PrintStatusTimes(clock);
   Out().RedirectMessage(eRedirectDebug, "   Wait Time Setting %d",
                         u16FwUpdateWaitingTime);
-  PrintElapsed(clock);
+  clock.PrintElapsed("   ");
   if (!done && rc == 0) {
     Out().RedirectMessage(eRedirectDebug, "   Firmware update status timeout\n");
     Out().ClearOneLine(eRedirectProgress);
@@ -277,7 +244,7 @@ int TFirmwareUpdate::DoGetRemoteFwUpdateStatus(uint8_t taskId) {
 
 int TFirmwareUpdate::WaitResetToDefDone(uint8_t taskId) {
   Out().RedirectMessage(eRedirectDebug, "\n   Wait Reset To Default Done ");
-  sPollClockTag clock = StartClock();
+  update_steps::PollClock clock;
   int rc = 0;
   bool done = false;
   do {
@@ -288,13 +255,13 @@ int TFirmwareUpdate::WaitResetToDefDone(uint8_t taskId) {
       Out().RedirectMessage(eRedirectPrompt, "Done");
       done = true;
     }
-    Tick(&clock);
-  } while (rc == 0 && !done && clock.dElapsed <= u16PhaseOneWaitingTime &&
+    clock.Tick();
+  } while (rc == 0 && !done && clock.Seconds() <= u16PhaseOneWaitingTime &&
            !update_steps::Interrupted());
 
   // The reset wait shares the status poll's wording on purpose.
   PrintStatusTimes(clock);
-  PrintElapsed(clock);
+  clock.PrintElapsed("   ");
   if (!done && rc == 0) {
     Out().RedirectMessage(eRedirectError, "   Timeout\n");
     return RC_TIMEOUT_LIMIT + RC_FW_UPDATE_FAILED;

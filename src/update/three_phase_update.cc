@@ -15,8 +15,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 int ClearPrivateStorageStep(TFirmwareUpdate* update) {
   return update->GetClearPsMode() ? update->ClearPrivateStorage() : 0;
 }
@@ -114,29 +112,20 @@ int TFirmwareUpdate::RequestAFwUpdate(uint8_t sizeMiB) {
   if (rc != 0) return rc;
 
   Out().RedirectMessage(eRedirectDebug, "\n   Check whether Phase 1 is ready : ");
-  platform::Env* env = platform::GetEnv();
-  const time_t start = env->Now();
-  time_t stop = start;
+  update_steps::PollClock clock;
   bool ready = false;
-  double elapsed = 0;
   do {
     DelayMS(1000);
     rc = FwUpdatePhase1(sizeMiB);
-    stop = env->Now();
-    elapsed = update_steps::Elapsed(stop, start);
+    clock.Tick();
     // The BMC refuses a second start once it is in phase 1.
     if ((rc & 0xFF) == RC_UPDATE_IN_PROGRESS) ready = true;
-  } while (!ready && elapsed <= u16PhaseOneWaitingTime &&
+  } while (!ready && clock.Seconds() <= u16PhaseOneWaitingTime &&
            !update_steps::Interrupted());
 
-  Out().RedirectMessage(eRedirectDebug,
-                        "   Start checking where Phase 1 is ready at %s",
-                        platform::CTime(start).c_str());
-  Out().RedirectMessage(eRedirectDebug,
-                        "   Stop checking where Phase 1 is ready at %s",
-                        platform::CTime(stop).c_str());
-  Out().RedirectMessage(eRedirectDebug, "   Elapsed time = %2.0f seconds\n",
-                        elapsed);
+  clock.PrintTimes("   ", "Start checking where Phase 1 is ready",
+                   "Stop checking where Phase 1 is ready");
+  clock.PrintElapsed("   ");
   if (ready) {
     Out().RedirectMessage(eRedirectDebug, "   FW Update Phase 1 OK\n");
     return 0;
@@ -148,25 +137,18 @@ int TFirmwareUpdate::RequestAFwUpdate(uint8_t sizeMiB) {
 
 int TFirmwareUpdate::AskBMCIfUSBIsReady() {
   Out().RedirectMessage(eRedirectDebug, "\n   FW Update Phase 2 : ");
-  platform::Env* env = platform::GetEnv();
-  const time_t start = env->Now();
-  time_t stop = start;
+  update_steps::PollClock clock;
   int rc = 0;
-  double elapsed = 0;
   do {
     DelayMS(1000);
     rc = FwUpdatePhase2();
-    stop = env->Now();
-    elapsed = update_steps::Elapsed(stop, start);
-  } while (rc != 0 && elapsed <= u16PhaseTwoWaitingTime &&
+    clock.Tick();
+  } while (rc != 0 && clock.Seconds() <= u16PhaseTwoWaitingTime &&
            !update_steps::Interrupted());
 
-  Out().RedirectMessage(eRedirectDebug, "   Start FW Update Phase 2 at %s",
-                        platform::CTime(start).c_str());
-  Out().RedirectMessage(eRedirectDebug, "   Stop FW Update Phase 2 is ready at %s",
-                        platform::CTime(stop).c_str());
-  Out().RedirectMessage(eRedirectDebug, "   Elapsed time = %2.0f seconds\n",
-                        elapsed);
+  clock.PrintTimes("   ", "Start FW Update Phase 2",
+                   "Stop FW Update Phase 2 is ready");
+  clock.PrintElapsed("   ");
   if (rc == 0) {
     Out().RedirectMessage(eRedirectDebug, "   FW Update Phase 2 OK\n");
     return 0;

@@ -18,8 +18,6 @@
 namespace update_steps {
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 enum eDeviceStateTag { eDeviceUntouched, eDeviceReleased, eDeviceStillMounted };
 eDeviceStateTag g_device = eDeviceUntouched;
 std::string g_mountedOn;
@@ -80,6 +78,27 @@ int ReportIfInterrupted(int result) {
 
 double Elapsed(time_t later, time_t earlier) {
   return platform::DiffTime(later, earlier);
+}
+
+PollClock::PollClock()
+    : tStart(platform::GetEnv()->Now()), tLatest(tStart) {}
+
+void PollClock::Tick() {
+  tLatest = platform::GetEnv()->Now();
+  dElapsed = Elapsed(tLatest, tStart);
+}
+
+void PollClock::PrintTimes(const char* indent, const char* startText,
+                           const char* stopText) const {
+  Out().RedirectMessage(eRedirectDebug, "%s%s at %s", indent, startText,
+                        platform::CTime(tStart).c_str());
+  Out().RedirectMessage(eRedirectDebug, "%s%s at %s", indent, stopText,
+                        platform::CTime(tLatest).c_str());
+}
+
+void PollClock::PrintElapsed(const char* indent) const {
+  Out().RedirectMessage(eRedirectDebug, "%sElapsed time = %2.0f seconds\n",
+                        indent, dElapsed);
 }
 
 void CopyDeviceName(sBMCInformationTag* record, const char* name) {

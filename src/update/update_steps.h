@@ -18,6 +18,29 @@ constexpr int kSpinnerStart = 32767;
 // Whole seconds between two clock readings.
 double Elapsed(time_t later, time_t earlier);
 
+// The clock of one wait on the BMC (update_steps.cc): its start, the latest
+// reading and the seconds between, read from the platform clock, and the
+// lines each wait prints when it ends.
+class PollClock {
+ public:
+  PollClock();  // starts now
+  void Tick();  // takes a new reading
+  time_t Start() const { return tStart; }
+  time_t Latest() const { return tLatest; }
+  double Seconds() const { return dElapsed; }
+  // "<indent><startText> at <ctime of the start>" and the same for the
+  // latest reading (debug output and log).
+  void PrintTimes(const char* indent, const char* startText,
+                  const char* stopText) const;
+  // "<indent>Elapsed time = NN seconds\n" (debug output and log).
+  void PrintElapsed(const char* indent) const;
+
+ private:
+  time_t tStart;
+  time_t tLatest;
+  double dElapsed = 0;
+};
+
 // Takes the host's disk list before the BMC attaches its device, with the
 // progress lines; returns the listing's result.
 int TakeDiskListBeforePhaseOne();

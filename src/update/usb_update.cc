@@ -12,8 +12,6 @@
 
 namespace {
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
-
 constexpr unsigned char kSourceVirtualUSB = 3;
 constexpr uint8_t kStatusReadyToAcceptImage = 0x03;
 // The BMC needs this many polls before its device can be trusted to be

@@ -29,7 +29,6 @@ const int kDfLineLength = 255;
 // A report line is never this long; more text without seven fields is junk.
 const size_t kDfMaxAccumulated = 8192;
 
-TOutputMessageHandle& Out() { return *G_pOutputMessageHandle; }
 
 // The scratch directory this run made, for the clean-up after an interrupt.
 std::string g_createdScratch;
@@ -461,7 +460,7 @@ int TWriteFirmware::IsMountedOnDirectoryFound() {
   if (!passed) {
     Out().RedirectMessage(eRedirectDebug,
                           "\n       Virtual USB device not found");
-    return 52;
+    return RC_USB_NOT_FOUND;
   }
   // Both fit: IsStickLine refused longer names.
   memcpy(achDeviceName, found.fileSystem.c_str(), found.fileSystem.size() + 1);
@@ -484,7 +483,7 @@ int TWriteFirmware::TestVirtualUSBDevice() {
   }
   if (rc != 0 || sectors == 0) {
     Out().RedirectMessage(eRedirectDebug, "\n         USB device size <= 0");
-    return 46;
+    return RC_USB_SIZE_QUERY_FAILED;
   }
   u32SectorCount = static_cast<uint32_t>(sectors);
   u32SectorSize = 512;
@@ -510,7 +509,7 @@ int TWriteFirmware::WriteFileToUSBKey(const char* path) {
   if (WriteFwImageFile(path, target.c_str()) != 0) {
     Out().RedirectMessage(eRedirectNormal, "\r   Copy %s to %s Failed\n", path,
                           target.c_str());
-    return 53;
+    return RC_USB_COPY_FAILED;
   }
   Out().RedirectMessage(eRedirectDebug, " OK");
   return 0;
@@ -568,7 +567,7 @@ int TWriteFirmware::ManuallyUnmountUSBDevice(int flag) {
       flag == 1 ? "\n   Check if USB device was unmounted automatically"
                 : "\n   Check if USB device does not exist");
   int found = IsMountedOnDirectoryFound();
-  if (found != 0 && found != 46) {
+  if (found != 0 && found != RC_USB_SIZE_QUERY_FAILED) {
     Out().RedirectMessage(eRedirectDebug,
                           flag == 1 ? "\n     USB device has been unmounted"
                                     : "\n     USB device does not exist");
@@ -595,7 +594,7 @@ int TWriteFirmware::ManuallyUnmountUSBDevice(int flag) {
         eRedirectDebug,
         "\n\n   Check if USB device has been unmounted manually");
     int again = IsMountedOnDirectoryFound();
-    if (again != 0 && again != 46) {
+    if (again != 0 && again != RC_USB_SIZE_QUERY_FAILED) {
       Out().RedirectMessage(eRedirectDebug,
                             "\n     USB device has been unmounted manually\n");
     } else {

@@ -9,6 +9,7 @@
 
 #include "output/output.h"
 #include "support/capture.h"
+#include "support/fake_env.h"
 
 namespace {
 
@@ -16,25 +17,19 @@ using testing_support::CapturedOutput;
 
 class ConfigTest : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_EQ(0, ConfigConstructor()); }
-  void TearDown() override {
-    ConfigDestructor();
-    for (const std::string& path : files_) unlink(path.c_str());
+  void SetUp() override {
+    env_.fs = &fs_;
+    fs_.AddDirectory("/etc/vrx");
+    ASSERT_EQ(0, ConfigConstructor());
   }
+  void TearDown() override { ConfigDestructor(); }
 
   sProgramSettingsTag* S() { return G_pConfigHandle->GetSettings(); }
 
-  // Writes bytes to a fresh temporary file and returns its path.
+  // Writes bytes to a fresh file and returns its path.
   std::string TempFile(const std::string& bytes) {
-    char name[] = "/tmp/vrxcfgXXXXXX";
-    int fd = mkstemp(name);
-    EXPECT_GE(fd, 0);
-    if (!bytes.empty()) {
-      EXPECT_EQ(static_cast<ssize_t>(bytes.size()),
-                write(fd, bytes.data(), bytes.size()));
-    }
-    close(fd);
-    files_.push_back(name);
+    std::string name = "/etc/vrx/settings" + std::to_string(++files_) + ".cfg";
+    fs_.AddFile(name, bytes);
     return name;
   }
 
@@ -42,7 +37,9 @@ class ConfigTest : public ::testing::Test {
     return G_pConfigHandle->ReadConfigFile(TempFile(bytes).c_str());
   }
 
-  std::vector<std::string> files_;
+  testing_support::FakeEnv env_;
+  testing_support::FakeFiles fs_;
+  int files_ = 0;
 };
 
 TEST_F(ConfigTest, DefaultsAsTabled) {
@@ -329,9 +326,33 @@ TEST_F(ConfigTest, MissingFileIsReportedInDebugModeAndLeavesDefaults) {
 TEST_F(ConfigTest, DirectoryInPlaceOfFileIsRefused) {
   CapturedOutput cap;
   cap.OpenLog();
+  fs_.AddDirectory("/tmp");
   EXPECT_EQ(4, G_pConfigHandle->ReadConfigFile("/tmp"));
   EXPECT_EQ("   /tmp: is not a regular file\n", cap.Err());
   EXPECT_EQ("   /tmp: is not a regular file\n", cap.Log());
+}
+
+// A FIFO or a device by the settings' name is refused, never read (nor
+// waited on).
+TEST_F(ConfigTest, FifoAndDeviceInPlaceOfFileAreRefused) {
+  CapturedOutput cap;
+  fs_.AddFifo("/etc/vrx/fifo.cfg");
+  fs_.AddNode("/etc/vrx/tty.cfg", platform::FileType::kCharDevice);
+  EXPECT_EQ(4, G_pConfigHandle->ReadConfigFile("/etc/vrx/fifo.cfg"));
+  EXPECT_EQ(4, G_pConfigHandle->ReadConfigFile("/etc/vrx/tty.cfg"));
+  EXPECT_EQ("   /etc/vrx/fifo.cfg: is not a regular file\n"
+            "   /etc/vrx/tty.cfg: is not a regular file\n",
+            cap.Err());
+}
+
+// A file that cannot be read is reported as missing.
+TEST_F(ConfigTest, UnreadableFileIsReportedAsNotFound) {
+  CapturedOutput cap;
+  cap.OpenLog();
+  fs_.AddFile("/etc/vrx/locked.cfg", "R=9\n")->unreadable = true;
+  EXPECT_EQ(1, G_pConfigHandle->ReadConfigFile("/etc/vrx/locked.cfg"));
+  EXPECT_EQ("\n   Cannot find /etc/vrx/locked.cfg\n", cap.Log());
+  EXPECT_EQ(12, S()->u8ConnectionRetry);
 }
 
 TEST_F(ConfigTest, HugeFileIsRefusedWithoutReading) {
@@ -354,20 +375,11 @@ TEST_F(ConfigTest, FileOfExactlyTheLimitIsRead) {
 }
 
 TEST_F(ConfigTest, DefaultNameIsReadFromCurrentDirectory) {
-  char dir[] = "/tmp/vrxcfgdirXXXXXX";
-  ASSERT_NE(nullptr, mkdtemp(dir));
-  char old[4096];
-  ASSERT_NE(nullptr, getcwd(old, sizeof(old)));
-  ASSERT_EQ(0, chdir(dir));
-  FILE* f = fopen("bmcfwu.cfg", "wb");
-  ASSERT_NE(nullptr, f);
-  fputs("FwUpdateWaitingTime = 300\n", f);
-  fclose(f);
+  fs_.cwd = "/opt/vrx";
+  fs_.AddFile("/opt/vrx/bmcfwu.cfg", "FwUpdateWaitingTime = 300\n");
   EXPECT_EQ(0, G_pConfigHandle->ReadConfigFile());
-  unlink("bmcfwu.cfg");
+  ASSERT_TRUE(fs_.RemoveFile("/opt/vrx/bmcfwu.cfg"));
   EXPECT_EQ(1, G_pConfigHandle->ReadConfigFile());
-  ASSERT_EQ(0, chdir(old));
-  rmdir(dir);
   EXPECT_EQ(300, S()->u16FwUpdateWaitingTime);
 }
 

@@ -14,6 +14,7 @@
 #include "bmc/bmc_handle.h"
 #include "driver/config.h"
 #include "driver/options.h"
+#include "ipmi/request_kind.h"
 #include "image/image_file.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
@@ -393,6 +394,56 @@ TEST(MainObjects, ConstructorMakesEveryHandleDestructorClearsThem) {
   EXPECT_EQ(nullptr, G_pWriteFirmware);
   EXPECT_EQ(nullptr, G_pFirmwareUpdate);
   EXPECT_EQ(0, GetOneOptionProerty(eOptForce)->u8Present);
+}
+
+}  // namespace
+
+namespace {
+
+// Over the LAN with a BMC that answers every read and whose task is idle.
+class CheckRunTest : public RunMainTest {
+ protected:
+  void SetUp() override {
+    RunMainTest::SetUp();
+    env_.handler = [](const std::string& cmd, CommandResult* r) {
+      if (cmd.find(" raw 0x06 0x01") != std::string::npos)
+        r->output = " 20 01 02 05 02 bf 57 01 00 00 00 00 00 00 00\n";
+      else if (cmd.find(" raw 0x08 0x01 0xaa 0x02") != std::string::npos)
+        r->output = " 06 32 2e 30 35 2e 31\n";
+      else if (cmd.find(" raw 0x08 0x01 0xaa 0x03") != std::string::npos)
+        r->output = " 00\n";
+      else
+        r->output = " 00\n";
+      return true;
+    };
+  }
+};
+
+TEST_F(CheckRunTest, AnIdleBmcPassesAndOnlyReadsAreSent) {
+  EXPECT_EQ(0, Run({"-check", "-e=0", kUri, kLan, kUser, kPass}));
+  EXPECT_NE(std::string::npos, out_.find("   Check passed: the update would go ahead\n"));
+  EXPECT_EQ("", err_);
+  for (const std::string& c : env_.commands)
+    EXPECT_TRUE(c.find(" raw 0x06 0x01") != std::string::npos ||
+                c.find(" raw 0x08 0x01 0xaa") != std::string::npos)
+        << c;
+  EXPECT_TRUE(env_.locks.empty());
+}
+
+TEST_F(CheckRunTest, AHeldLockIsTheFirstFailure) {
+  env_.locks_held_elsewhere.insert("/run/lock/vrxfwul-lan-192.0.2.20.lock");
+  EXPECT_EQ(13, Run({"-check", "-e=0", kUri, kLan, kUser, kPass}));
+  EXPECT_NE(std::string::npos,
+            out_.find("   Lock                 : FAILED, another vrxfwul run is updating "
+                      "this BMC (/run/lock/vrxfwul-lan-192.0.2.20.lock)\n"));
+  // The other checks still run and report.
+  EXPECT_NE(std::string::npos, out_.find("   Update task          : OK, none under way\n"));
+  EXPECT_NE(std::string::npos, out_.find("   Check failed: the update would not go ahead\n"));
+}
+
+TEST_F(CheckRunTest, TheChannelIsWritableAgainAfterTheCheck) {
+  Run({"-check", "-e=0", kUri, kLan, kUser, kPass});
+  EXPECT_FALSE(ReadOnlyChannel());
 }
 
 }  // namespace

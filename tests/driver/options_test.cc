@@ -50,6 +50,9 @@ const std::string kNormalRows =
     "   -version           Display version of this utility.\n"
     "   -q, -quiet         Quiet mode. No prompts. Display error messages ONLY.\n"
     "   -l, -log=filename  Log all messages to file specified by filename.\n"
+    "   -check             Check that the update would go ahead; change nothing.\n"
+    "   -history           Show the firmware update history of this machine.\n"
+    "   -record=filename   Record every IPMI request and response to filename.\n"
     "   -h, -help          Show command line options with descriptions.\n";
 
 const std::string kAdvancedRows =
@@ -165,7 +168,8 @@ TEST(OptionTables, RuleTableInOrder) {
       {"-U", 17, 1},       {"-P", 18, 1},      {"-C", 14, 1},
       {"-L", 15, 1},       {"-advhelp", 0, 3}, {"-xml", 1, 3},
       {"-fml", 2, 3},      {"-R", 19, 1},      {"-I", 20, 1},
-      {"-D", 21, 1},       {"-e", 22, 1},
+      {"-D", 21, 1},       {"-e", 22, 1},      {"-check", 23, 3},
+      {"-history", 24, 3}, {"-record", 25, 1},
   };
   size_t i = 0;
   for (; G_asArgumentRuleList[i].achOption[0] != '\0'; ++i) {
@@ -188,7 +192,7 @@ TEST(OptionTables, HelpTableInOrder) {
     if (row->eType == eHelpNormal) normal += row->achText;
     if (row->eType == eHelpAdvanced) advanced += row->achText;
   }
-  EXPECT_EQ(22, count);
+  EXPECT_EQ(25, count);
   EXPECT_EQ(kNormalRows, normal);
   EXPECT_EQ(kAdvancedRows, advanced);
   // The advanced rows sit between "-C" and "-R".
@@ -218,12 +222,12 @@ TEST(OptionTables, ReturnCodeTexts) {
 TEST(OptionProperties, OneRecordPerIdentifierAndASpare) {
   CheckFlagsConstructor();
   sOptionPropertyTag* spare = GetOneOptionProerty(11);
-  EXPECT_EQ(spare, GetOneOptionProerty(23));
+  EXPECT_EQ(spare, GetOneOptionProerty(26));
   EXPECT_EQ(spare, GetOneOptionProerty(1000));
   EXPECT_EQ(spare, GetOneOptionProerty(-1));
-  for (int id = 0; id <= 22; ++id) {
+  for (int id = 0; id <= 25; ++id) {
     if (id == 11) continue;
-    for (int other = id + 1; other <= 22; ++other) {
+    for (int other = id + 1; other <= 25; ++other) {
       if (other == 11) continue;
       EXPECT_NE(GetOneOptionProerty(id), GetOneOptionProerty(other));
     }
@@ -911,3 +915,84 @@ TEST_F(OptionsTest, DependencyCheckWritesOffender) {
 }
 
 }  // namespace
+
+// ---- the check, the history and the recording ----
+
+TEST_F(OptionsTest, CheckNeedsWhatAnUpdateNeeds) {
+  ExpectShortError({"-check"}, "OPTION INSUFFICIENT");
+  TearDown();
+  SetUp();
+  ExpectShortError({"-check", "-xml"}, "OPTION INSUFFICIENT");
+  TearDown();
+  SetUp();
+  ExpectShortError({"-check", "-e=0"}, "OPTION INSUFFICIENT");
+}
+
+TEST_F(OptionsTest, CheckWithAnImageOrUriIsValid) {
+  EXPECT_EQ(0, Parse({"-check", "-e=0", "-uri=http://127.0.0.1/a.bin"}));
+  EXPECT_TRUE(CheckRequested());
+  EXPECT_FALSE(HistoryRequested());
+  EXPECT_EQ(eOutputNormal, Mode());
+}
+
+TEST_F(OptionsTest, CheckInXmlIsNoInventory) {
+  EXPECT_EQ(0, Parse({"-check", "-xml", "-e=0", "-uri=http://127.0.0.1/a.bin"}));
+  EXPECT_EQ(eOutputXml, Mode());
+  EXPECT_FALSE(COrvoUpdatePackage::XmlInventoryMode());
+}
+
+TEST_F(OptionsTest, CheckDoesNotMixWithFml) {
+  ExpectLongError({"-check", "-fml", "-e=0", "-i=a.bin"}, "OPTION INVALID",
+                  "-check -fml");
+}
+
+TEST_F(OptionsTest, CheckTakesNoValue) {
+  ExpectLongError({"-check=yes"}, "PROPERTY NOT ALLOWED", "-check=yes");
+}
+
+TEST_F(OptionsTest, HistoryStandsAlone) {
+  EXPECT_EQ(0, Parse({"-history"}));
+  EXPECT_TRUE(HistoryRequested());
+  EXPECT_FALSE(CheckRequested());
+}
+
+TEST_F(OptionsTest, HistoryInXml) {
+  EXPECT_EQ(0, Parse({"-history", "-xml"}));
+  EXPECT_EQ(eOutputXml, Mode());
+  EXPECT_FALSE(COrvoUpdatePackage::XmlInventoryMode());
+}
+
+TEST_F(OptionsTest, HistoryDoesNotMixWithTheModesThatTalkToABmc) {
+  ExpectLongError({"-history", "-check"}, "OPTION INVALID", "-history -check");
+  TearDown();
+  SetUp();
+  ExpectLongError({"-history", "-fml"}, "OPTION INVALID", "-history -fml");
+  TearDown();
+  SetUp();
+  ExpectLongError({"-history", "-record=r.txt"}, "OPTION INVALID",
+                  "-history -record");
+}
+
+TEST_F(OptionsTest, HistoryIgnoresTheUpdateOptions) {
+  EXPECT_EQ(0, Parse({"-history", "-e=0", "-i=a.bin"}));
+  CheckOptionCombination();
+  EXPECT_NE(std::string::npos,
+            Out().find("   Incorrect option combination.  [-i/-input] [-e] are ignored.\n"));
+}
+
+TEST_F(OptionsTest, RecordNamesItsFile) {
+  EXPECT_EQ(0, Parse({"-e=0", "-uri=http://127.0.0.1/a.bin", "-record=run.rec"}));
+  EXPECT_STREQ("run.rec", RecordFileName());
+}
+
+TEST_F(OptionsTest, RecordNeedsAFileName) {
+  ExpectLongError({"-record"}, "PROPERTY REQUIRED", "-record");
+  TearDown();
+  SetUp();
+  ExpectLongError({"-record=a*b"}, "PROPERTY INVALID CHARACTER", "-record=a*b");
+}
+
+TEST_F(OptionsTest, WithoutRecordNoFileIsNamed) {
+  EXPECT_EQ(0, Parse({"-e=0", "-uri=http://127.0.0.1/a.bin"}));
+  EXPECT_STREQ("", RecordFileName());
+}

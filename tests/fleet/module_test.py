@@ -38,6 +38,12 @@ FAKE = textwrap.dedent('''\
     printf '%s\\n' "$*" >>"$STATE/calls"
     [ "$IPMI_PASSWORD" = "$FAKE_PW" ] && echo env-ok >>"$STATE/calls"
     case " $* " in
+      *" -check "*)
+        r=pass st=ok d=free
+        [ -n "${FAKE_CHECK_RC:-}" ] && r=fail st=failed d='another vrxfwul run is updating this BMC'
+        printf '<?xml version="1.0" encoding="UTF-8" ?>\\n<PreflightCheck result="%s" code="%s">\\n   <Check name="lock" status="%s" code="%s">%s</Check>\\n</PreflightCheck>\\n' \\
+          "$r" "${FAKE_CHECK_RC:-0}" "$st" "${FAKE_CHECK_RC:-0}" "$d"
+        exit "${FAKE_CHECK_RC:-0}" ;;
       *" -xml "*)
         printf '%s' "$INVENTORY" | sed "s/VERSION/$(cat "$STATE/version")/"
         exit 0 ;;
@@ -188,13 +194,23 @@ class WholeRuns(unittest.TestCase):
         self.assertFalse(result['changed'], result)
         self.assertEqual(calls2[len(calls):].count('-fml'), 0, 'no update command the second time')
 
-    def test_check_mode_runs_only_the_inventory(self):
+    def test_check_mode_runs_only_the_inventory_and_the_check(self):
         result, calls = self.run_module(check_mode=True, expected_version='1.52')
         self.assertTrue(result['changed'])
         self.assertIn('would update 127.0.0.9 from 1.50 to 1.52', result['msg'])
         self.assertNotIn('-fml', calls)
+        self.assertIn('-check -xml -e=0 -uri=http://127.0.0.1/fw.k9 -H=127.0.0.9 -U=admin -L=lan', calls)
+        self.assertEqual('lock', result['preflight'][0]['name'])
         with open(os.path.join(self.state, 'version')) as handle:
             self.assertEqual('1.50', handle.read().strip())
+
+    def test_check_mode_fails_when_the_check_fails(self):
+        env = dict(self.env, FAKE_CHECK_RC='13')
+        result, calls = self.run_module(check_mode=True, env=env, expected_version='1.52')
+        self.assertTrue(result.get('failed'), result)
+        self.assertIn('would not go ahead: lock: another vrxfwul run is updating this BMC', result['msg'])
+        self.assertEqual(13, result['rc'])
+        self.assertNotIn('-fml', calls)
 
     def test_password_from_the_environment(self):
         env = dict(self.env, IPMI_PASSWORD='pw-9x7')

@@ -1,22 +1,19 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "image/image_file.h"
 #include "output/output.h"
 #include "support/capture.h"
+#include "support/fake_env.h"
 
 namespace {
 
 using testing_support::CapturedOutput;
-using testing_support::ReadFile;
+using testing_support::FakeEnv;
+using testing_support::FakeFiles;
 
 const std::string kClearLine = "\r" + std::string(74, ' ') + "\r";
 
@@ -27,14 +24,9 @@ std::string Percent(int p) {
 class ImageCopyTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char dir[] = "/tmp/vrxcpyXXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(dir));
-    dir_ = dir;
+    env_.fs = &fs_;
+    fs_.AddDirectory(dir_);
     cap_.OpenLog();
-  }
-  void TearDown() override {
-    std::string cmd = "rm -rf '" + dir_ + "'";
-    ASSERT_EQ(0, system(cmd.c_str()));
   }
 
   std::string Data(size_t size) {
@@ -45,17 +37,16 @@ class ImageCopyTest : public ::testing::Test {
 
   std::string MakeFile(const std::string& name, const std::string& data) {
     std::string path = dir_ + "/" + name;
-    std::ofstream out(path, std::ios::binary);
-    out << data;
+    fs_.AddFile(path, data);
     return path;
   }
 
-  bool Exists(const std::string& path) {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0;
-  }
+  std::string ReadFile(const std::string& path) { return fs_.Content(path); }
+  bool Exists(const std::string& path) { return fs_.Exists(path); }
 
-  std::string dir_;
+  FakeEnv env_;
+  FakeFiles fs_;
+  std::string dir_ = "/var/images";
   CapturedOutput cap_;
 };
 
@@ -135,7 +126,7 @@ TEST_F(ImageCopyTest, MissingSource) {
 
 TEST_F(ImageCopyTest, SourceDirectoryIsRefused) {
   std::string src = dir_ + "/sub";
-  ASSERT_EQ(0, mkdir(src.c_str(), 0755));
+  fs_.AddDirectory(src);
   std::string dst = dir_ + "/out.bin";
   EXPECT_EQ(1, WriteFwImageFile(src.c_str(), dst.c_str()));
   EXPECT_FALSE(Exists(dst));
@@ -164,17 +155,17 @@ TEST_F(ImageCopyTest, CopyOntoItselfLeavesTheSourceAlone) {
 TEST_F(ImageCopyTest, SourceIsNeverChanged) {
   std::string data = Data(5000);
   std::string src = MakeFile("fw.bin", data);
-  ASSERT_EQ(0, chmod(src.c_str(), 0444));
+  fs_.Find(src)->mode = 0444;
   std::string dst = dir_ + "/out.bin";
   EXPECT_EQ(0, WriteFwImageFile(src.c_str(), dst.c_str()));
   EXPECT_EQ(data, ReadFile(src));
-  struct stat info;
-  ASSERT_EQ(0, stat(src.c_str(), &info));
-  EXPECT_EQ(5000, info.st_size);
+  platform::FileInfo info;
+  ASSERT_TRUE(env_.Stat(src, &info));
+  EXPECT_EQ(5000u, info.size);
 }
 
 TEST_F(ImageCopyTest, FailingFlushReportsTheLastPercentShown) {
-  if (!Exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+  fs_.AddNode("/dev/full", platform::FileType::kCharDevice)->full = true;
   std::string src = MakeFile("fw.bin", Data(1500));
   EXPECT_EQ(1, WriteFwImageFile(src.c_str(), "/dev/full"));
   EXPECT_EQ(kClearLine + Percent(0) + Percent(68), cap_.Out());
@@ -182,12 +173,8 @@ TEST_F(ImageCopyTest, FailingFlushReportsTheLastPercentShown) {
 }
 
 TEST_F(ImageCopyTest, SourceOverFourGiBIsRefused) {
-  std::string src = dir_ + "/huge.bin";
-  {
-    std::ofstream out(src, std::ios::binary);
-  }
-  if (truncate(src.c_str(), 0x100000000LL + 1) != 0)
-    GTEST_SKIP() << "no sparse files here";
+  std::string src = MakeFile("huge.bin", "");
+  fs_.Find(src)->apparent_size = 0x100000000LL + 1;
   std::string dst = dir_ + "/out.bin";
   EXPECT_EQ(1, WriteFwImageFile(src.c_str(), dst.c_str()));
   EXPECT_FALSE(Exists(dst));
@@ -202,11 +189,11 @@ TEST_F(ImageCopyTest, ClearDiskOnMissingDirectory) {
 
 TEST_F(ImageCopyTest, ClearDiskRemovesFilesAndEmptyDirectories) {
   std::string disk = dir_ + "/disk";
-  ASSERT_EQ(0, mkdir(disk.c_str(), 0755));
+  fs_.AddDirectory(disk);
   MakeFile("disk/firmimg.k9", Data(10));
   MakeFile("disk/old file.bin", Data(10));
-  ASSERT_EQ(0, mkdir((disk + "/empty").c_str(), 0755));
-  ASSERT_EQ(0, mkdir((disk + "/full").c_str(), 0755));
+  fs_.AddDirectory(disk + "/empty");
+  fs_.AddDirectory(disk + "/full");
   MakeFile("disk/full/keep.bin", Data(10));
 
   EXPECT_EQ(0, ClearDisk(disk.c_str()));

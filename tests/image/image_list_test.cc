@@ -1,37 +1,30 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "image/image_file.h"
 #include "output/output.h"
 #include "support/capture.h"
+#include "support/fake_env.h"
 
 namespace {
 
 using testing_support::CapturedOutput;
+using testing_support::FakeEnv;
+using testing_support::FakeFiles;
 
 class ImageListTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char dir[] = "/tmp/vrximgXXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(dir));
-    dir_ = dir;
+    env_.fs = &fs_;
+    fs_.AddDirectory(dir_);
     cap_.OpenLog();
-  }
-  void TearDown() override {
-    std::string cmd = "rm -rf '" + dir_ + "'";
-    ASSERT_EQ(0, system(cmd.c_str()));
   }
 
   std::string MakeFile(const std::string& name, size_t size) {
     std::string path = dir_ + "/" + name;
-    std::ofstream out(path, std::ios::binary);
-    out << std::string(size, 'x');
+    fs_.AddFile(path, std::string(size, 'x'));
     return path;
   }
 
@@ -45,7 +38,9 @@ class ImageListTest : public ::testing::Test {
 
   sImageHeaderTag* Record(int i) { return &handle_.GetImageHeaderList()[i]; }
 
-  std::string dir_;
+  FakeEnv env_;
+  FakeFiles fs_;
+  std::string dir_ = "/home/op/images";
   std::vector<std::string> names_;
   CapturedOutput cap_;
   TImageFileHandle handle_;
@@ -103,10 +98,9 @@ TEST_F(ImageListTest, FilesTooShortForAHeaderAreRefused) {
 
 TEST_F(ImageListTest, AFifoIsRefusedWithoutHanging) {
   std::string fifo = dir_ + "/image.fifo";
-  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  fs_.AddFifo(fifo);
   EXPECT_EQ(RC_FILE_ERROR, Read({fifo}));
   EXPECT_EQ("   " + fifo + ": is not a regular file\n", cap_.Err());
-  unlink(fifo.c_str());
 }
 
 TEST_F(ImageListTest, NameWithBlanks) {
@@ -119,7 +113,7 @@ TEST_F(ImageListTest, NameWithBlanks) {
 
 TEST_F(ImageListTest, DirectoryIsRefusedClearly) {
   std::string sub = dir_ + "/images";
-  ASSERT_EQ(0, mkdir(sub.c_str(), 0755));
+  fs_.AddDirectory(sub);
   std::string good = MakeFile("good.bin", 1024);
   EXPECT_EQ(0, Read({sub, good}));
   EXPECT_EQ(1, handle_.GetFwImageFileCount());
@@ -132,21 +126,16 @@ TEST_F(ImageListTest, DirectoryIsRefusedClearly) {
 }
 
 TEST_F(ImageListTest, UnreadableFileCannotBeOpened) {
-  if (geteuid() == 0) GTEST_SKIP() << "root reads every file";
   std::string path = MakeFile("locked.bin", 10);
-  ASSERT_EQ(0, chmod(path.c_str(), 0));
+  fs_.Find(path)->mode = 0;
+  fs_.Find(path)->unreadable = true;
   EXPECT_EQ(RC_OPEN_INPUT_FAILED, Read({path}));
   EXPECT_EQ(0, handle_.GetFwImageFileCount());
 }
 
 TEST_F(ImageListTest, FileOverFourGiBIsRefused) {
-  std::string path = dir_ + "/huge.bin";
-  {
-    std::ofstream out(path, std::ios::binary);
-  }
-  // Sparse: no disk space is used.
-  if (truncate(path.c_str(), 0x100000000LL + 10) != 0)
-    GTEST_SKIP() << "no sparse files here";
+  std::string path = MakeFile("huge.bin", 0);
+  fs_.Find(path)->apparent_size = 0x100000000LL + 10;
   EXPECT_EQ(RC_OPEN_INPUT_FAILED, Read({path}));
   EXPECT_EQ(0, handle_.GetFwImageFileCount());
   EXPECT_EQ("\n   " + path + " is larger than 4 GiB, too large for an image file \n",
@@ -154,12 +143,8 @@ TEST_F(ImageListTest, FileOverFourGiBIsRefused) {
 }
 
 TEST_F(ImageListTest, FileOfExactlyFourGiBMinusOneIsListed) {
-  std::string path = dir_ + "/big.bin";
-  {
-    std::ofstream out(path, std::ios::binary);
-  }
-  if (truncate(path.c_str(), 0xFFFFFFFFLL) != 0)
-    GTEST_SKIP() << "no sparse files here";
+  std::string path = MakeFile("big.bin", 0);
+  fs_.Find(path)->apparent_size = 0xFFFFFFFFLL;
   EXPECT_EQ(0, Read({path}));
   EXPECT_EQ(0xFFFFFFFFu, Record(0)->u32FileSize);
 }

@@ -105,7 +105,7 @@ TEST_F(CommandsTest, RetryLimitAddsTheBitToTheFailCode) {
     SCOPED_TRACE(row.name);
     bmc.ClearRequests();
     bmc.On(row.netfn, row.cmd, {BmcAnswer::Code(0xC0)});
-    int expected = row.failCode < 0 ? 256 : row.failCode + 256;
+    int expected = row.failCode < 0 ? RC_RETRY_LIMIT : row.failCode + RC_RETRY_LIMIT;
     EXPECT_EQ(expected, row.call());
     EXPECT_EQ(3u, Requests().size());  // retry count 2 from the settings
   }
@@ -165,7 +165,7 @@ TEST_F(StubbedCommandsTest, CompletionCodeMapA) {
       stub->limit = false;
       EXPECT_EQ(code, phase.call()) << std::hex << int(m.cc);
       stub->limit = true;
-      EXPECT_EQ(code + 256, phase.call()) << std::hex << int(m.cc);
+      EXPECT_EQ(code + RC_RETRY_LIMIT, phase.call()) << std::hex << int(m.cc);
     }
   }
 }
@@ -182,7 +182,7 @@ TEST_F(StubbedCommandsTest, CompletionCodeMapB) {
     stub->limit = false;
     EXPECT_EQ(m.code, GetFwUpdateStatus(&status)) << std::hex << int(m.cc);
     stub->limit = true;
-    EXPECT_EQ(m.code + 256, GetFwUpdateStatus(&status)) << std::hex << int(m.cc);
+    EXPECT_EQ(m.code + RC_RETRY_LIMIT, GetFwUpdateStatus(&status)) << std::hex << int(m.cc);
     EXPECT_EQ(0x5A, status);
   }
 }
@@ -196,20 +196,20 @@ TEST_F(CommandsTest, Phase2ExhaustedWithInsufficientMemory) {
 TEST_F(CommandsTest, StatusWithCode81IsUpdateFailedNotInProgress) {
   bmc.On(0x08, 0x12, {BmcAnswer::Code(0x81)});
   unsigned char status = 0;
-  EXPECT_EQ(20 + 256, GetFwUpdateStatus(&status));
+  EXPECT_EQ(RC_FW_UPDATE_FAILED + RC_RETRY_LIMIT, GetFwUpdateStatus(&status));
   bmc.On(0x08, 0x10, {BmcAnswer::Code(0x81)});
-  EXPECT_EQ(13 + 256, FwUpdatePhase1(0));
+  EXPECT_EQ(RC_UPDATE_IN_PROGRESS + RC_RETRY_LIMIT, FwUpdatePhase1(0));
 }
 
 TEST_F(CommandsTest, RetryCountComesFromTheSettings) {
   Settings().u8IPMICommandRetry = 5;
   bmc.On(0x06, 0x02, {BmcAnswer::Code(0xC0)});
-  EXPECT_EQ(32 + 256, ColdReset());
+  EXPECT_EQ(RC_COLD_RESET_FAILED + RC_RETRY_LIMIT, ColdReset());
   EXPECT_EQ(6u, Requests().size());
   EXPECT_EQ(std::vector<unsigned>(6, 1000), env.sleeps);
   Settings().u8IPMICommandRetry = 0;
   bmc.ClearRequests();
-  EXPECT_EQ(32 + 256, ColdReset());
+  EXPECT_EQ(RC_COLD_RESET_FAILED + RC_RETRY_LIMIT, ColdReset());
   EXPECT_EQ(1u, Requests().size());
 }
 
@@ -219,7 +219,7 @@ TEST_F(CommandsTest, ExpectedCodeIsResetToZeroForEveryCommand) {
   unsigned char value = 0;
   EXPECT_EQ(0, GetRemoteUpdateEnableConfig(&value));
   bmc.On(0x08, 0x11, {BmcAnswer::Code(0x01)});
-  EXPECT_EQ(25 + 256, FwUpdatePhase2());
+  EXPECT_EQ(RC_PHASE2_FAILED + RC_RETRY_LIMIT, FwUpdatePhase2());
 }
 
 TEST_F(CommandsTest, GetFwUpdateStatusReadsByteZero) {
@@ -301,7 +301,7 @@ TEST_F(CommandsTest, GetUpdateStatusFailureWritesNothing) {
   bmc.On(0x08, 0x02, {BmcAnswer::Code(0xC0)});
   unsigned char status = 0x77, percent = 0x99;
   bool valid = false;
-  EXPECT_EQ(34 + 256, GetUpdateStatus(0x01, &status, &percent, &valid));
+  EXPECT_EQ(RC_GET_UPDATE_STATUS_FAILED + RC_RETRY_LIMIT, GetUpdateStatus(0x01, &status, &percent, &valid));
   EXPECT_EQ(0x77, status);
   EXPECT_EQ(0x99, percent);
   EXPECT_FALSE(valid);
@@ -356,7 +356,7 @@ TEST_F(CommandsTest, GetVRXFirmwareVersionFullRecordStaysInside) {
 TEST_F(CommandsTest, GetVRXFirmwareVersionFailureLeavesTheBuffer) {
   bmc.On(0x08, 0x01, {0xAA, 0x02}, {BmcAnswer::Code(0xC1)});
   char out[8] = "keep";
-  EXPECT_EQ(256, GetVRXFirmwareVersion(out));
+  EXPECT_EQ(RC_RETRY_LIMIT, GetVRXFirmwareVersion(out));
   EXPECT_STREQ("keep", out);
 }
 
@@ -367,7 +367,7 @@ TEST_F(CommandsTest, GracefulResetMessages) {
   EXPECT_EQ("", cap.Out());
   cap.Clear();
   bmc.On(0x2E, 0xCC, {0x5E}, {BmcAnswer::Code(0xD5)});
-  EXPECT_EQ(29 + 256, IBMCGracefulReset(0x02));
+  EXPECT_EQ(RC_IBMC_RESET_FAILED + RC_RETRY_LIMIT, IBMCGracefulReset(0x02));
   EXPECT_EQ("   iBMC Graceful Reset Failed\n", cap.Out());
   EXPECT_NE(std::string::npos, Log().find("   iBMC Graceful Reset Failed\n"));
   EXPECT_EQ(std::string::npos, Log().find("Reset OK"));
@@ -384,7 +384,7 @@ TEST_F(CommandsTest, GetDeviceIDDecodesMajorAndMinor) {
 TEST_F(CommandsTest, GetDeviceIDFailureLeavesTheRevision) {
   bmc.On(0x06, 0x01, {BmcAnswer::Silent()});
   unsigned char revision[2] = {7, 7};
-  EXPECT_EQ(31 + 256, GetDeviceID(revision));
+  EXPECT_EQ(RC_GET_DEVICE_ID_FAILED + RC_RETRY_LIMIT, GetDeviceID(revision));
   EXPECT_EQ(7, revision[0]);
 }
 

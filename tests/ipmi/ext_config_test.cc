@@ -67,7 +67,7 @@ TEST_F(ExtConfigTest, ReserveGivesTheId) {
 TEST_F(ExtConfigTest, ReserveFailurePassesTheResult) {
   bmc.On(0x30, 0x01, {BmcAnswer::Code(0x01)});  // 0x01 is not accepted here
   unsigned char id = 0x55;
-  EXPECT_EQ(256, ReserveExtendedConfiguration(&id));
+  EXPECT_EQ(RC_RETRY_LIMIT, ReserveExtendedConfiguration(&id));
   EXPECT_EQ(0x55, id);
 }
 
@@ -227,7 +227,7 @@ TEST_F(ExtConfigTest, GetWrapperWithEmptyAnswer) {
 TEST_F(ExtConfigTest, GetWrapperPassesEarlierFailures) {
   bmc.On(0x30, 0x01, {BmcAnswer::Code(0xC0)});
   unsigned char value = 0;
-  EXPECT_EQ(256, GetProtocolConfig(&value));
+  EXPECT_EQ(RC_RETRY_LIMIT, GetProtocolConfig(&value));
   EXPECT_EQ(3u, Requests().size());  // the Get was never sent
 }
 
@@ -382,7 +382,7 @@ TEST_F(ExtConfigTest, UriSetFailuresEndTheWriteWithOne) {
             UriWrites(bmc));
   bmc.ClearRequests();
   bmc.On(0x30, 0x01, {BmcAnswer::Code(0xC0)});
-  EXPECT_EQ(256, SetURIConfig(buffer.data()));  // the reservation's code
+  EXPECT_EQ(RC_RETRY_LIMIT, SetURIConfig(buffer.data()));  // the reservation's code
   EXPECT_TRUE(UriWrites(bmc).empty());
 }
 
@@ -420,9 +420,9 @@ TEST_F(ExtConfigTest, UriReadOfAnEmptyItem) {
 TEST_F(ExtConfigTest, UriReadFirstFailurePasses) {
   bmc.On(0x30, 0x02, {BmcAnswer::Code(0xC0)});
   std::vector<char> read(256, 0);
-  EXPECT_EQ(256, GetURIConfig(read.data()));
+  EXPECT_EQ(RC_RETRY_LIMIT, GetURIConfig(read.data()));
   bmc.On(0x30, 0x01, {BmcAnswer::Code(0xC0)});
-  EXPECT_EQ(256, GetURIConfig(read.data()));
+  EXPECT_EQ(RC_RETRY_LIMIT, GetURIConfig(read.data()));
 }
 
 TEST_F(ExtConfigTest, UriReadLongerAnswerCopiesOnlyTheChunk) {

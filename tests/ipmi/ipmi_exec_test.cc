@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ipmi/request_kind.h"
 #include "ipmi_fixture.h"
 
 namespace ipmi_testing {
@@ -44,7 +45,7 @@ TEST_F(ExecuteCommandTest, TraceIsExactText) {
 TEST_F(ExecuteCommandTest, RetryCountTwoThreeFailuresNumbersRetries) {
   sIPMIReqRespTag record = NewRecord(2);
   bmc.On(0x08, 0x11, {BmcAnswer::Code(0xC1)});
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x20, 0x11, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x20, 0x11, &record));
   std::string attempt =
       RequestTrace(0x20, 0x20, 0x11, {}) + ResponseTrace(0xC1, {});
   EXPECT_EQ(attempt + "   Retry 1\n" + attempt + "   Retry 2\n" + attempt,
@@ -59,7 +60,7 @@ TEST_F(ExecuteCommandTest, RetryCountTwoThreeFailuresNumbersRetries) {
 TEST_F(ExecuteCommandTest, RetryCountZeroMakesOneAttemptAndStillWaits) {
   sIPMIReqRespTag record = NewRecord(0);
   bmc.On(0x08, 0x11, {BmcAnswer::Code(0xC0)});
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x20, 0x11, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x20, 0x11, &record));
   EXPECT_EQ(1u, Requests().size());
   EXPECT_EQ(std::vector<unsigned>{1000}, env.sleeps);
   EXPECT_EQ(std::string::npos, Log().find("Retry"));
@@ -104,7 +105,7 @@ TEST_F(ExecuteCommandTest, CompletionCodeOneIsAFailureUnlessExpected) {
   sIPMIReqRespTag record = NewRecord(1);
   bmc.On(0x30, 0x02, {BmcAnswer::Reply({0x10}, 0x01)});
   SetExpectedCompletionCode(0x00);
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x30 << 2, 0x02, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x30 << 2, 0x02, &record));
   EXPECT_EQ(2u, Requests().size());
 }
 
@@ -112,7 +113,7 @@ TEST_F(ExecuteCommandTest, UnexpectedCodeIsRetriedAndKeptInTheRecord) {
   sIPMIReqRespTag record = NewRecord(4);
   bmc.On(0x08, 0x01, {BmcAnswer::Code(0xC1)});
   SetExpectedCompletionCode(0x01);
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x20, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x20, 0x01, &record));
   EXPECT_EQ(5u, Requests().size());
   EXPECT_EQ(0xC1, record.u8CompletionCode);
 }
@@ -120,7 +121,7 @@ TEST_F(ExecuteCommandTest, UnexpectedCodeIsRetriedAndKeptInTheRecord) {
 TEST_F(ExecuteCommandTest, TransportFailureIsTracedAndRetried) {
   sIPMIReqRespTag record = NewRecord(1);
   bmc.On(0x06, 0x01, {BmcAnswer::Failure(2)});
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x18, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x18, 0x01, &record));
   std::string attempt =
       RequestTrace(0x20, 0x18, 0x01, {}) + ErrorTrace(2, 0xFF, 0x80);
   EXPECT_EQ(attempt + "   Retry 1\n" + attempt, Log());
@@ -131,7 +132,7 @@ TEST_F(ExecuteCommandTest, TransportFailureIsTracedAndRetried) {
 TEST_F(ExecuteCommandTest, NoAnswerIsTheLibraryReceiveError) {
   sIPMIReqRespTag record = NewRecord(0);
   bmc.On(0x06, 0x01, {BmcAnswer::Silent()});
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x18, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x18, 0x01, &record));
   EXPECT_NE(std::string::npos, Log().find(ErrorTrace(3, 0xFF, 0x80)));
 }
 
@@ -188,7 +189,7 @@ TEST_F(ExecuteCommandTest, ClosedChannelEndsInRetryLimit) {
   EXPECT_EQ(12, InitKcsDriver());
   ASSERT_NE(nullptr, G_pKCSDriverAPI);  // the object stays
   sIPMIReqRespTag record = NewRecord(1);
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x18, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x18, 0x01, &record));
   EXPECT_TRUE(Requests().empty());
   EXPECT_EQ(0xFF, record.u8CompletionCode);
   std::string attempt =
@@ -210,6 +211,34 @@ TEST_F(ExecuteCommandTest, LanReplacesTheKcsResult) {
   EXPECT_EQ(1u, Requests().size());  // the KCS attempt happened and failed
   EXPECT_EQ(1u, env.commands.size());
   EXPECT_EQ(std::vector<uint8_t>{0x01}, Bytes(record));
+}
+
+TEST_F(ExecuteCommandTest, ReadOnlyChannelNeverSendsAChange) {
+  SetReadOnlyChannel(true);
+  ResetStateChangeNote();
+  sIPMIReqRespTag reset = NewRecord(2);
+  EXPECT_EQ(1, ExecuteCommand(0x20, 0x06 << 2, 0x02, &reset));
+  sIPMIReqRespTag read = NewRecord(2);
+  bmc.On(0x06, 0x01, {BmcAnswer::Reply({0x20})});
+  EXPECT_EQ(0, ExecuteCommand(0x20, 0x06 << 2, 0x01, &read));
+  SetReadOnlyChannel(false);
+  EXPECT_EQ(std::vector<std::string>{"06 01"}, Requests());
+  EXPECT_FALSE(StateChangingRequestSent());
+  EXPECT_NE(std::string::npos,
+            Log().find("   Not sent: NetFn 0x06 command 0x02 would change the BMC\n"));
+}
+
+TEST_F(ExecuteCommandTest, AChangeSentIsNoted) {
+  ResetStateChangeNote();
+  sIPMIReqRespTag read = NewRecord(2);
+  bmc.On(0x06, 0x01, {BmcAnswer::Reply({0x20})});
+  EXPECT_EQ(0, ExecuteCommand(0x20, 0x06 << 2, 0x01, &read));
+  EXPECT_FALSE(StateChangingRequestSent());
+  sIPMIReqRespTag reset = NewRecord(2);
+  bmc.On(0x06, 0x02, {BmcAnswer::Reply({})});
+  EXPECT_EQ(0, ExecuteCommand(0x20, 0x06 << 2, 0x02, &reset));
+  EXPECT_TRUE(StateChangingRequestSent());
+  ResetStateChangeNote();
 }
 
 class DriverLifecycleTest : public IpmiTest {};
@@ -273,7 +302,7 @@ TEST_F(DriverLifecycleTest, ResultIsOnlyZeroOneOr256) {
   stub->status = 7;
   EXPECT_EQ(1, ExecuteCommand(0x20, 0x18, 0x01, &record));
   stub->limit = true;
-  EXPECT_EQ(256, ExecuteCommand(0x20, 0x18, 0x01, &record));
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x18, 0x01, &record));
   stub->status = 0;
   EXPECT_EQ(0, ExecuteCommand(0x20, 0x18, 0x01, &record));
 }

@@ -326,7 +326,7 @@ TEST_F(LanTest, ToolThatCannotStartIsRetriedToTheLimit) {
   cannot.start_fails = true;
   env.Script(Run(kGetDeviceIdLine), cannot);
   sIPMIReqRespTag record;
-  EXPECT_EQ(256, Send(0x06, 0x01, {}, &record, 1));
+  EXPECT_EQ(RC_RETRY_LIMIT, Send(0x06, 0x01, {}, &record, 1));
   EXPECT_EQ(2u, env.commands.size());
   EXPECT_EQ((std::vector<unsigned>{1000, 1000}), env.sleeps);
   std::string attempt = RequestTrace(0x20, 0x18, 0x01, {}) + "   excute cmd: " +

@@ -72,7 +72,7 @@ TEST_F(LibraryPath, LibraryFailuresAreRetriedToTheLimit) {
   ASSERT_EQ(0, InitKcsDriver());
   unsigned char status = 0;
   // The last attempt failed in the library: the record keeps 0xFF.
-  EXPECT_EQ(19 + 256, GetFwUpdateStatus(&status));
+  EXPECT_EQ(RC_INTERNAL_UPDATE_ERROR + RC_RETRY_LIMIT, GetFwUpdateStatus(&status));
   EXPECT_EQ(0, GetFwUpdateStatus(&status));
   EXPECT_EQ(0x09, status);
   EXPECT_EQ((std::vector<unsigned>{1000, 1000}), env.sleeps);
@@ -92,7 +92,7 @@ TEST_F(MissingLibrary, InitFailsWithLoadError) {
   EXPECT_EQ(12, InitKcsDriver());
   EXPECT_EQ(0, GetBMCSlaveAddress());
   unsigned char revision[2];
-  EXPECT_EQ(31 + 256, GetDeviceID(revision));
+  EXPECT_EQ(RC_GET_DEVICE_ID_FAILED + RC_RETRY_LIMIT, GetDeviceID(revision));
   EXPECT_EQ("", RequestLog());
 }
 

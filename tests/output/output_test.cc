@@ -223,18 +223,59 @@ TEST(Settings, SixLinesInDebugMode) {
 }
 
 TEST(LogFile, WritesCommandLineAndReportsFailure) {
+  FakeEnv env;
+  testing_support::FakeFiles fs;
+  env.fs = &fs;
+  fs.AddDirectory("/var/log");
   CapturedOutput cap;
   char a0[] = "vrxfwul", a1[] = "-l=x.log", a2[] = "-q";
   char* argv[] = {a0, a1, a2};
-  std::string path = "/tmp/vrx_output_test.log";
+  std::string path = "/var/log/vrx_output_test.log";
   ASSERT_EQ(0, G_pOutputMessageHandle->OpenLogFile(path.c_str(), 3, argv));
   G_pOutputMessageHandle->RedirectMessage(eRedirectNormal, "hello\n");
   G_pOutputMessageHandle->CloseLogFile();
-  EXPECT_EQ("vrxfwul -l=x.log -q \nhello\n", testing_support::ReadFile(path));
-  unlink(path.c_str());
+  EXPECT_EQ("vrxfwul -l=x.log -q \nhello\n", fs.Content(path));
+  EXPECT_EQ(0600u, fs.Find(path)->mode);
   EXPECT_EQ(4, G_pOutputMessageHandle->OpenLogFile("/no/such/dir/x.log", 3, argv));
   EXPECT_EQ(" Cannot create /no/such/dir/x.log \n", cap.Err());
   EXPECT_FALSE(G_pOutputMessageHandle->HasLogFile());
+}
+
+// Every line reaches the log as it is written, so a run that is killed
+// leaves a log that ends with its last message.
+TEST(LogFile, EachMessageIsFlushedAtOnce) {
+  FakeEnv env;
+  testing_support::FakeFiles fs;
+  env.fs = &fs;
+  CapturedOutput cap;
+  char a0[] = "vrxfwul";
+  char* argv[] = {a0};
+  ASSERT_EQ(0, G_pOutputMessageHandle->OpenLogFile("/run.log", 1, argv));
+  G_pOutputMessageHandle->RedirectMessage(eRedirectDebug, "step %d\n", 1);
+  EXPECT_EQ("vrxfwul \nstep 1\n", fs.Content("/run.log"));
+  G_pOutputMessageHandle->CloseLogFile();
+}
+
+// The log is never written through a symbolic link nor into anything but a
+// regular file; what is there stays untouched.
+TEST(LogFile, RefusesLinksFifosAndDirectories) {
+  FakeEnv env;
+  testing_support::FakeFiles fs;
+  env.fs = &fs;
+  fs.AddFile("/etc/shadow", "secret");
+  fs.AddSymlink("/tmp/link.log", "/etc/shadow");
+  fs.AddFifo("/tmp/pipe.log");
+  fs.AddDirectory("/tmp/dir.log");
+  CapturedOutput cap;
+  char a0[] = "vrxfwul";
+  char* argv[] = {a0};
+  for (const char* path : {"/tmp/link.log", "/tmp/pipe.log", "/tmp/dir.log"}) {
+    cap.Clear();
+    EXPECT_EQ(4, G_pOutputMessageHandle->OpenLogFile(path, 1, argv)) << path;
+    EXPECT_EQ(std::string(" Cannot create ") + path + " \n", cap.Err());
+    EXPECT_FALSE(G_pOutputMessageHandle->HasLogFile());
+  }
+  EXPECT_EQ("secret", fs.Content("/etc/shadow"));
 }
 
 }  // namespace

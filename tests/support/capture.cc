@@ -8,6 +8,7 @@
 
 #include "driver/driver.h"
 #include "output/output.h"
+#include "platform/platform.h"
 
 namespace testing_support {
 
@@ -99,7 +100,11 @@ void CapturedOutput::OpenLog() {
   log_path_ = name;
   char prog[] = "test";
   char* argv[] = {prog};
+  // The captured log is a real file even while a test's files are fake.
+  platform::Env* env = platform::GetEnv();
+  platform::SetEnv(platform::RealEnv());
   G_pOutputMessageHandle->OpenLogFile(log_path_.c_str(), 1, argv);
+  platform::SetEnv(env == platform::RealEnv() ? nullptr : env);
   // Skip the logged command line ("test \n") so Log() shows only messages.
   log_mark_ = 6;
 }

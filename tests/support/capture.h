@@ -17,8 +17,8 @@ class CapturedOutput {
   ~CapturedOutput();
   std::string Out();   // everything written to standard output so far
   std::string Err();   // everything written to standard error so far
-  // Opens a log in a temporary file through OpenLogFile semantics-free
-  // path: tests that check the log call this and read Log().
+  // Opens the output object's log on a fresh temporary file, as -l would;
+  // Log() then returns what was logged after the command line.
   void OpenLog();
   std::string Log();
   void Clear();        // forget what was captured so far

@@ -89,4 +89,56 @@ int FakeEnv::BlockDeviceSectors(const std::string& path,
   return 0;
 }
 
+bool FakeEnv::IsDirectory(const std::string& path) {
+  if (directories.count(path) != 0) return true;
+  if (fs == nullptr) return false;
+  FakeFiles::Node* node = fs->Find(path);
+  return node != nullptr && node->type == platform::FileType::kDirectory;
+}
+
+bool FakeEnv::PathExists(const std::string& path) {
+  if (directories.count(path) != 0 || files.count(path) != 0) return true;
+  platform::FileInfo info;
+  return fs != nullptr && fs->LinkStat(path, &info);
+}
+
+bool FakeEnv::IsMountPoint(const std::string& path) {
+  return mount_points.count(path) != 0 || (fs != nullptr && fs->IsMountPoint(path));
+}
+
+std::unique_ptr<platform::File> FakeEnv::OpenForRead(const std::string& path) {
+  return fs != nullptr ? fs->OpenForRead(path) : platform::RealEnv()->OpenForRead(path);
+}
+
+std::unique_ptr<platform::File> FakeEnv::OpenFile(const std::string& path) {
+  return fs != nullptr ? fs->OpenFile(path) : platform::RealEnv()->OpenFile(path);
+}
+
+std::unique_ptr<platform::File> FakeEnv::CreateFile(const std::string& path) {
+  return fs != nullptr ? fs->CreateFile(path) : platform::RealEnv()->CreateFile(path);
+}
+
+std::unique_ptr<platform::File> FakeEnv::CreateForWrite(const std::string& path) {
+  return fs != nullptr ? fs->CreateForWrite(path)
+                       : platform::RealEnv()->CreateForWrite(path);
+}
+
+bool FakeEnv::ListDirectory(const std::string& path, std::vector<std::string>* names) {
+  return fs != nullptr ? fs->ListDirectory(path, names)
+                       : platform::RealEnv()->ListDirectory(path, names);
+}
+
+bool FakeEnv::RemoveFile(const std::string& path) {
+  return fs != nullptr ? fs->RemoveFile(path) : platform::RealEnv()->RemoveFile(path);
+}
+
+bool FakeEnv::Stat(const std::string& path, platform::FileInfo* info) {
+  return fs != nullptr ? fs->Stat(path, info) : platform::RealEnv()->Stat(path, info);
+}
+
+bool FakeEnv::LinkStat(const std::string& path, platform::FileInfo* info) {
+  return fs != nullptr ? fs->LinkStat(path, info)
+                       : platform::RealEnv()->LinkStat(path, info);
+}
+
 }  // namespace testing_support

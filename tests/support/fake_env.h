@@ -1,7 +1,7 @@
 // A scripted stand-in for the operating system: a virtual clock whose
 // sleeps advance time at once, a shell that answers command lines from a
-// script and records what ran, scripted standard input, and scripted
-// directories and block devices.
+// script and records what ran, scripted standard input, scripted
+// directories and block devices, and (when fs is set) in-memory files.
 #ifndef VRX_TESTS_SUPPORT_FAKE_ENV_H_
 #define VRX_TESTS_SUPPORT_FAKE_ENV_H_
 
@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "support/fake_files.h"
 
 namespace testing_support {
 
@@ -69,6 +70,10 @@ class FakeEnv : public platform::Env {
   std::set<std::string> locks_held_elsewhere;  // held by another run
   // Sector counts of block devices; -1 = cannot open, -2 = ioctl fails.
   std::map<std::string, long> block_devices;
+  // The file system behind the file operations (not owned). Null: they
+  // reach the real OS. Its directories and mount points count as well as
+  // the sets above.
+  FakeFiles* fs = nullptr;
 
   // platform::Env
   time_t Now() override { return now; }
@@ -76,15 +81,9 @@ class FakeEnv : public platform::Env {
   platform::ProcessResult RunProcess(const platform::ProcessSpec& spec) override;
   int ReadInputChar() override;
   void DiscardPendingInput() override {}
-  bool IsDirectory(const std::string& path) override {
-    return directories.count(path) != 0;
-  }
-  bool PathExists(const std::string& path) override {
-    return directories.count(path) != 0 || files.count(path) != 0;
-  }
-  bool IsMountPoint(const std::string& path) override {
-    return mount_points.count(path) != 0;
-  }
+  bool IsDirectory(const std::string& path) override;
+  bool PathExists(const std::string& path) override;
+  bool IsMountPoint(const std::string& path) override;
   int TryLock(const std::string& path) override {
     if (locks_held_elsewhere.count(path) != 0) return 0;
     locks.insert(path);
@@ -93,6 +92,20 @@ class FakeEnv : public platform::Env {
   void Unlock(const std::string& path) override { locks.erase(path); }
   int BlockDeviceSectors(const std::string& path,
                          unsigned long* sectors) override;
+  // Programs that may be run, by the name the product asks for.
+  std::set<std::string> executables;
+  bool CanExecute(const std::string& program) override {
+    return executables.count(program) != 0;
+  }
+  std::unique_ptr<platform::File> OpenForRead(const std::string& path) override;
+  std::unique_ptr<platform::File> OpenFile(const std::string& path) override;
+  std::unique_ptr<platform::File> CreateFile(const std::string& path) override;
+  std::unique_ptr<platform::File> CreateForWrite(const std::string& path) override;
+  bool ListDirectory(const std::string& path,
+                     std::vector<std::string>* names) override;
+  bool RemoveFile(const std::string& path) override;
+  bool Stat(const std::string& path, platform::FileInfo* info) override;
+  bool LinkStat(const std::string& path, platform::FileInfo* info) override;
 
  private:
   CommandResult Lookup(const std::string& command);

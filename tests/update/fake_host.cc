@@ -1,11 +1,5 @@
 #include "fake_host.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "support/capture.h"
 
 namespace update_testing {
@@ -16,48 +10,6 @@ using testing_support::CommandResult;
 
 std::string Recording(const std::string& name) {
   return testing_support::ReadFile(std::string(VRX_USB_RECORDINGS) + "/" + name);
-}
-
-const char RealScratch::kPath[] = "/tmp/scrtch";
-
-static bool IsEmptyDirectory(const char* path) {
-  DIR* dir = opendir(path);
-  if (dir == nullptr) return false;
-  int entries = 0;
-  while (struct dirent* e = readdir(dir)) {
-    const std::string name = e->d_name;
-    if (name != "." && name != "..") ++entries;
-  }
-  closedir(dir);
-  return entries == 0;
-}
-
-RealScratch::RealScratch() {
-  lock_fd_ = open("/tmp/vrx-update-tests.lock", O_RDWR | O_CREAT, 0600);
-  if (lock_fd_ < 0 || flock(lock_fd_, LOCK_EX) != 0) return;
-  if (mkdir(kPath, 0700) == 0) {
-    created_ = true;
-    usable_ = true;
-  } else {
-    // Only an empty leftover of an earlier run is taken over.
-    usable_ = IsEmptyDirectory(kPath);
-    created_ = usable_;
-  }
-}
-
-RealScratch::~RealScratch() {
-  if (created_) {
-    unlink((std::string(kPath) + "/firmimg.k9").c_str());
-    rmdir(kPath);
-  }
-  if (lock_fd_ >= 0) {
-    flock(lock_fd_, LOCK_UN);
-    close(lock_fd_);
-  }
-}
-
-std::string RealScratch::Copied() const {
-  return testing_support::ReadFile(std::string(kPath) + "/firmimg.k9");
 }
 
 const char FakeHost::kDevice[] = "/dev/loop1p1";
@@ -76,13 +28,32 @@ std::string FakeHost::Df() const {
   return Recording("df_none.txt") + (mounted ? StickLine() : "");
 }
 
+// The stick's own files, while it is not mounted.
+static const char kStick[] = "/stick";
+
 FakeHost::FakeHost(testing_support::FakeEnv* env) : env_(env) {
   env_->directories = {"/tmp"};
+  env_->fs = &fs;
+  fs.AddDirectory("/tmp");
+  fs.AddDirectory(kStick);
   // 63 MiB partition.
   env_->block_devices[kDevice] = 129024;
   env_->handler = [this](const std::string& command, CommandResult* r) {
     return Answer(command, r);
   };
+}
+
+void FakeHost::MoveFiles(const std::string& from, const std::string& to) {
+  for (const std::string& name : fs.List(from)) {
+    fs.AddFile(to + "/" + name, fs.Content(from + "/" + name));
+    fs.RemoveFile(from + "/" + name);
+  }
+}
+
+std::string FakeHost::Copied() {
+  const std::string name = "/firmimg.k9";
+  if (fs.Exists(std::string(kMount) + name)) return fs.Content(kMount + name);
+  return fs.Content(kStick + name);
 }
 
 bool FakeHost::Answer(const std::string& command, CommandResult* r) {
@@ -106,14 +77,24 @@ bool FakeHost::Answer(const std::string& command, CommandResult* r) {
     r->status = 1 << 8;
   } else if (command == std::string("mkdir ") + kMount) {
     r->status = 0;
+    fs.AddDirectory(kMount);
   } else if (command == std::string("mount ") + kDevice + " " + kMount) {
     r->status = attached ? mount_status : 32 << 8;
-    if (r->status == 0) mounted = true;
+    if (r->status == 0) {
+      mounted = true;
+      MoveFiles(kStick, kMount);
+    }
   } else if (command == std::string("umount ") + kMount) {
     r->status = mounted ? umount_status : 32 << 8;
-    if (r->status == 0) mounted = false;
+    if (r->status == 0) {
+      mounted = false;
+      MoveFiles(kMount, kStick);
+    }
   } else if (command == std::string("rm -rf ") + kMount) {
     r->status = 0;
+    for (const std::string& name : fs.List(kMount))
+      fs.RemoveFile(std::string(kMount) + "/" + name);
+    fs.RemoveFile(kMount);
   } else {
     return false;
   }

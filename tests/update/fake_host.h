@@ -1,7 +1,7 @@
 // The host side of a virtual-media update for the procedure suites: the
 // fdisk and df outputs recorded on a real machine, a device that the BMC
-// attaches and the utility mounts, and a real scratch directory for the
-// copy. Plus a scripted BMC update task that follows the protocol.
+// attaches and the utility mounts, and in-memory files for the images and
+// the copy. Plus a scripted BMC update task that follows the protocol.
 #ifndef VRX_TESTS_UPDATE_FAKE_HOST_H_
 #define VRX_TESTS_UPDATE_FAKE_HOST_H_
 
@@ -17,32 +17,16 @@ namespace update_testing {
 // A file of tests/usb/recordings.
 std::string Recording(const std::string& name);
 
-// The real directory that the copy writes into. df can only name a mount
-// point of the form /<dir>/scrtch, so the shared /tmp/scrtch is used; a
-// lock file serialises the suites that run at the same time, and a
-// directory that this run did not create is left alone (the test skips).
-class RealScratch {
- public:
-  RealScratch();
-  ~RealScratch();
-  RealScratch(const RealScratch&) = delete;
-  RealScratch& operator=(const RealScratch&) = delete;
-  bool usable() const { return usable_; }
-  static const char kPath[];
-  std::string Copied() const;  // content of firmimg.k9, or ""
-
- private:
-  int lock_fd_ = -1;
-  bool created_ = false;
-  bool usable_ = false;
-};
-
 // The shell of the host: before the BMC attaches its device fdisk lists
 // one stick (loop0); afterwards a second one (loop1 with loop1p1). The
 // utility cannot create /media or /mnt here, so it mounts on /tmp/scrtch.
+// Its files are in memory: "mkdir" and "rm -rf" make and remove the
+// scratch directory, and what is copied there while the stick is mounted
+// stays on the stick.
 class FakeHost {
  public:
   explicit FakeHost(testing_support::FakeEnv* env);
+  testing_support::FakeFiles fs;  // installed as env's file system
   // Routes ipmitool command lines to bmc as well (LAN runs).
   void ServeIpmitool(testing_support::ScriptedBmc* bmc) { lan_bmc_ = bmc; }
 
@@ -61,9 +45,12 @@ class FakeHost {
   static const char kMount[];
   static std::string StickLine();
   std::string Df() const;
+  // The copied image on the stick (or still in the scratch directory), or "".
+  std::string Copied();
 
  private:
   bool Answer(const std::string& command, testing_support::CommandResult* r);
+  void MoveFiles(const std::string& from, const std::string& to);
   testing_support::FakeEnv* env_;
   testing_support::ScriptedBmc* lan_bmc_ = nullptr;
 };

@@ -202,7 +202,7 @@ TEST_F(RemoteUpdateTest, AnEarlierFailureLeavesTheOptionFlagsSet) {
     return false;
   };
   sBMCInformationTag bmcInfo{};
-  EXPECT_EQ(256 + 37, Fu().DoRemoteFwUpdate(&bmcInfo));
+  EXPECT_EQ(RC_ASSIGN_URI_FAILED + RC_RETRY_LIMIT, Fu().DoRemoteFwUpdate(&bmcInfo));
   EXPECT_EQ(1, G_RetryCountFlag);
   EXPECT_EQ(1, G_DelayTimeFlag);
   // Default configuration retry 4: five attempts, each a reservation and the
@@ -237,7 +237,7 @@ TEST_F(RemoteUpdateTest, UriOf128CharactersFailsAfterAllItsAttempts) {
   ApplySettings();
   const std::string uri(128, 'b');
   const std::string counted = Counted(uri);
-  EXPECT_EQ(256 + 37, Fu().AssignFirmwareUpdateURI(counted.data()));
+  EXPECT_EQ(RC_ASSIGN_URI_FAILED + RC_RETRY_LIMIT, Fu().AssignFirmwareUpdateURI(counted.data()));
   // The signed length makes a count past the buffer: the write stops before
   // it would read beyond it, and nothing is read back.
   ConfigRequests expected;
@@ -249,7 +249,7 @@ TEST_F(RemoteUpdateTest, UriOf128CharactersFailsAfterAllItsAttempts) {
   Settings().u8ConfigurationRetry = 4;
   ApplySettings();
   bmc.ClearRequests();
-  EXPECT_EQ(256 + 37, Fu().AssignFirmwareUpdateURI(counted.data()));
+  EXPECT_EQ(RC_ASSIGN_URI_FAILED + RC_RETRY_LIMIT, Fu().AssignFirmwareUpdateURI(counted.data()));
   EXPECT_EQ(5u * 26u, Requests().size());
 }
 
@@ -273,7 +273,7 @@ TEST_F(RemoteUpdateTest, UriSetThroughTheUpdateObject) {
   Fu().SetURI(std::string(255, 'd').c_str());
   EXPECT_EQ(0, Fu().AssignFirmwareUpdateURI(Fu().GetURI()));
   Fu().SetURI(std::string(128, 'e').c_str());
-  EXPECT_EQ(256 + 37, Fu().AssignFirmwareUpdateURI(Fu().GetURI()));
+  EXPECT_EQ(RC_ASSIGN_URI_FAILED + RC_RETRY_LIMIT, Fu().AssignFirmwareUpdateURI(Fu().GetURI()));
   Fu().SetURI("tftp://fw.example/x");
   EXPECT_EQ(0, Fu().AssignFirmwareUpdateURI(Fu().GetURI()));
 }
@@ -351,7 +351,7 @@ TEST_F(RemoteUpdateTest, MismatchThenMatchOnTheSecondAttempt) {
 TEST_F(RemoteUpdateTest, ConfigurationRetry255MakesNoAttempt) {
   Settings().u8ConfigurationRetry = 255;
   sBMCInformationTag bmcInfo{};
-  EXPECT_EQ(256 + 37, Fu().DoRemoteFwUpdate(&bmcInfo));
+  EXPECT_EQ(RC_ASSIGN_URI_FAILED + RC_RETRY_LIMIT, Fu().DoRemoteFwUpdate(&bmcInfo));
   ConfigRequests expected;
   expected.AssignByte(0x01, 1);
   EXPECT_EQ(expected.lines, Requests());
@@ -415,7 +415,7 @@ TEST_F(RemoteUpdateTest, BmcThatStopsAnsweringDuringTheTask) {
     return true;
   };
   sBMCInformationTag bmcInfo{};
-  EXPECT_EQ(256 + 34, Fu().DoRemoteFwUpdate(&bmcInfo));
+  EXPECT_EQ(RC_GET_UPDATE_STATUS_FAILED + RC_RETRY_LIMIT, Fu().DoRemoteFwUpdate(&bmcInfo));
   EXPECT_EQ(17u, bmc.RequestsFor(0x08, 0x02).size());
   EXPECT_TRUE(bmc.RequestsFor(0x06, 0x02).empty());
   EXPECT_EQ("\n   Get Firmware Update Status Failed, Retry = 16\n", Err());

@@ -212,7 +212,7 @@ TEST_F(ResetWaitTest, EveryColdResetFailing) {
   Fu().SetFwUpdateSettings(&Settings());
   bmc.On(0x06, 0x02, {BmcAnswer::Code(0xC1)});
   sBMCInformationTag current{}, fill{};
-  EXPECT_EQ(256 + 32, Fu().DoRebootBMCAndWaitForItComesUp(&current, &fill));
+  EXPECT_EQ(RC_COLD_RESET_FAILED + RC_RETRY_LIMIT, Fu().DoRebootBMCAndWaitForItComesUp(&current, &fill));
   EXPECT_EQ(std::vector<std::string>(3, "06 02"), Requests());
   EXPECT_EQ(Spin(32767, "  Reset BMC ...") + Spin(32766, "  Reset BMC ...") +
                 Spin(32765, "  Reset BMC ..."),

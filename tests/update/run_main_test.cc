@@ -26,37 +26,30 @@ namespace {
 class RunMainUpdateTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!scratch.usable()) GTEST_SKIP() << "/tmp/scrtch is in use on this machine";
     COrvoUpdatePackage::ResetForTest();
     ResetMountFlagsForTest();
     platform::InstallSignalPolicy();
     platform::ClearSignalForTest();
     G_astrDiskList.clear();
     G_astrPartitionList.clear();
-    char name[] = "/tmp/vrx-update-main-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(name));
-    dir_ = name;
-    image_ = dir_ + "/firmimg.vrx";
-    std::ofstream(image_, std::ios::binary) << std::string(3000, 'i');
+    image_ = "/home/op/images/firmimg.vrx";
+    host.fs.AddFile(image_, std::string(3000, 'i'));
   }
   void TearDown() override {
     platform::ClearSignalForTest();
     COrvoUpdatePackage::ResetForTest();
     ResetMountFlagsForTest();
-    if (!image_.empty()) unlink(image_.c_str());
-    if (!dir_.empty()) rmdir(dir_.c_str());
   }
   int Run(const std::vector<std::string>& args) {
     return testing_support::RunMainCaptured(args, &out_, &err_);
   }
 
   testing_support::FakeEnv env;
-  RealScratch scratch;
   FakeHost host{&env};
   testing_support::ScriptedBmc bmc;
   TaskBmc task{&bmc, &host};
   testing_support::InstalledBmc installed{&bmc};
-  std::string dir_, image_, out_, err_;
+  std::string image_, out_, err_;
 };
 
 std::string Detect16() {
@@ -85,7 +78,7 @@ TEST_F(RunMainUpdateTest, ForcedBmcFirmwareUpdateFromAnImageFile) {
                 "   BMC Firmware Version: 2.10.3 \n" + "   Firmware Update Successfully\n",
             out_);
   EXPECT_EQ("", err_);
-  EXPECT_EQ(std::string(3000, 'i'), scratch.Copied());
+  EXPECT_EQ(std::string(3000, 'i'), host.Copied());
   EXPECT_FALSE(host.mounted);
   const std::vector<std::string> requests = bmc.RequestLines();
   const std::vector<std::string> update(requests.end() - 23, requests.end());

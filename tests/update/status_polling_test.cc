@@ -75,7 +75,7 @@ TEST_F(StatusPollTest, PercentThatNeverReaches100TimesOut) {
 
 TEST_F(StatusPollTest, PercentPollCommandFailureEndsWithItsCode) {
   bmc.On(0x08, 0x12, {BmcAnswer::Code(0x86)});
-  EXPECT_EQ(256 + 18, Fu().DoGetFwUpdateStatus());
+  EXPECT_EQ(RC_UPDATE_NOT_INITIATED + RC_RETRY_LIMIT, Fu().DoGetFwUpdateStatus());
   EXPECT_EQ("\n   Get Firmware Update Status "
             "\n   Get Firmware Update Status Failed\n",
             Out());
@@ -191,7 +191,7 @@ TEST_F(StatusPollTest, UsbPollTimesOut) {
 
 TEST_F(StatusPollTest, UsbPollCommandFailureEndsTheLoop) {
   bmc.On(0x08, 0x02, {BmcAnswer::Code(0xC1)});
-  EXPECT_EQ(256 + 34, Fu().DoUSBGetFwUpdateStatus(1));
+  EXPECT_EQ(RC_GET_UPDATE_STATUS_FAILED + RC_RETRY_LIMIT, Fu().DoUSBGetFwUpdateStatus(1));
   EXPECT_EQ("\n   Get Firmware Update Status\n", Out());
   EXPECT_EQ(1u, Requests().size());
 }
@@ -200,7 +200,7 @@ TEST_F(StatusPollTest, UsbPollCommandFailureEndsTheLoop) {
 
 TEST_F(StatusPollTest, RemotePollGivesUpAfterSixteenFailedCommands) {
   bmc.On(0x08, 0x02, {BmcAnswer::Code(0xC1)});
-  EXPECT_EQ(256 + 34, Fu().DoGetRemoteFwUpdateStatus(5));
+  EXPECT_EQ(RC_GET_UPDATE_STATUS_FAILED + RC_RETRY_LIMIT, Fu().DoGetRemoteFwUpdateStatus(5));
   EXPECT_EQ(std::vector<std::string>(16, "08 02 05"), Requests());
   EXPECT_EQ("\n   Get Firmware Update Status Failed, Retry = 16\n", Err());
   EXPECT_EQ("\n   Get Firmware Update Status \n", Out());
@@ -303,7 +303,7 @@ TEST_F(StatusPollTest, ResetToDefaultsTimesOutOnThePhaseOneWaitingTime) {
 
 TEST_F(StatusPollTest, ResetToDefaultsCommandFailure) {
   bmc.On(0x30, 0x05, {BmcAnswer::Code(0xFF)});
-  EXPECT_EQ(256 + 58, Fu().WaitResetToDefDone(7));
+  EXPECT_EQ(RC_RESET_TO_DEFAULT_FAILED + RC_RETRY_LIMIT, Fu().WaitResetToDefDone(7));
   EXPECT_EQ("", Out());
   EXPECT_EQ("", Err());
 }

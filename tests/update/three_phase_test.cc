@@ -73,29 +73,19 @@ class ThreePhaseTest : public UpdateTest {
  protected:
   void SetUp() override {
     UpdateTest::SetUp();
-    if (!scratch.usable()) GTEST_SKIP() << "/tmp/scrtch is in use on this machine";
-    char name[] = "/tmp/vrx-update-3p-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(name));
-    dir_ = name;
-    path_ = dir_ + "/image.bin";
-    std::ofstream(path_, std::ios::binary) << std::string(2048, 'x');
+    path_ = "/home/op/images/image.bin";
+    host.fs.AddFile(path_, std::string(2048, 'x'));
     snprintf(header.achFileName, sizeof(header.achFileName), "%s", path_.c_str());
     header.u32ImageSize = 3u << 20;
     const uint8_t revision[4] = {2, 10, 0, 3};
     memcpy(header.au8FwRevision, revision, 4);
   }
-  void TearDown() override {
-    if (!path_.empty()) unlink(path_.c_str());
-    if (!dir_.empty()) rmdir(dir_.c_str());
-    UpdateTest::TearDown();
-  }
   int Run() { return G_pFirmwareUpdate->DoFwUpdate("Stratovex", &header); }
 
-  RealScratch scratch;
   FakeHost host{&env};
   ThreePhaseBmc model{&bmc, &host};
   sImageHeaderTag header{};
-  std::string dir_, path_;
+  std::string path_;
 };
 
 TEST_F(ThreePhaseTest, HappyPath) {
@@ -103,7 +93,7 @@ TEST_F(ThreePhaseTest, HappyPath) {
   EXPECT_EQ((std::vector<std::string>{"08 12 01", "08 10 04", "08 10 04", "08 11", "08 21",
                                       "08 12 01", kGracefulReset, "08 13 00", "08 13 01"}),
             Requests());
-  EXPECT_EQ(std::string(2048, 'x'), scratch.Copied());
+  EXPECT_EQ(std::string(2048, 'x'), host.Copied());
   EXPECT_FALSE(host.mounted);
   EXPECT_TRUE(InOrder(Out(), {"\r   Detecting USB Device ... OK \n",
                               "\n   Uploading Firmware Image ... ",

@@ -1,11 +1,11 @@
 // The virtual-media update end to end against the scripted BMC task and
-// the scripted host shell, with a real copy into the scratch directory.
+// the scripted host shell, with the copy into the scratch directory made on
+// the host's in-memory files.
 #include <gtest/gtest.h>
 
 #include <signal.h>
 #include <stdint.h>
 #include <stdlib.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,28 +24,22 @@ namespace {
 
 const std::string kDetectSpin = "  Detecting USB Device ...";
 
-// A temporary image file.
+// An image file on the host.
 class TempImage {
  public:
-  explicit TempImage(size_t size) {
-    char name[] = "/tmp/vrx-update-image-XXXXXX";
-    if (mkdtemp(name) == nullptr) return;
-    dir_ = name;
-    path_ = dir_ + "/bmc.img";
+  TempImage(testing_support::FakeFiles* fs, size_t size) {
+    static int count = 0;
+    path_ = "/home/op/images/bmc" + std::to_string(++count) + ".img";
     std::string data(size, '\0');
     for (size_t i = 0; i < size; ++i) data[i] = static_cast<char>(i * 7 + 3);
-    std::ofstream(path_, std::ios::binary) << data;
+    fs->AddFile(path_, data);
     content_ = data;
-  }
-  ~TempImage() {
-    if (!path_.empty()) unlink(path_.c_str());
-    if (!dir_.empty()) rmdir(dir_.c_str());
   }
   const std::string& path() const { return path_; }
   const std::string& content() const { return content_; }
 
  private:
-  std::string dir_, path_, content_;
+  std::string path_, content_;
 };
 
 // The copy's progress line for an image of `size` bytes, as the copy in
@@ -71,7 +65,6 @@ class UsbUpdateTest : public UpdateTest {
  protected:
   void SetUp() override {
     UpdateTest::SetUp();
-    if (!scratch.usable()) GTEST_SKIP() << "/tmp/scrtch is in use on this machine";
     ASSERT_FALSE(image.path().empty());
     snprintf(header.achFileName, sizeof(header.achFileName), "%s", image.path().c_str());
     header.u32ImageSize = static_cast<uint32_t>(image.content().size());
@@ -121,10 +114,9 @@ class UsbUpdateTest : public UpdateTest {
                  {"df -Th"}, UnmountCommands()});
   }
 
-  RealScratch scratch;
   FakeHost host{&env};
   TaskBmc task{&bmc, &host};
-  TempImage image{4096};
+  TempImage image{&host.fs, 4096};
   sImageHeaderTag header{};
   sBMCInformationTag bmcInfo{};
 };
@@ -139,7 +131,7 @@ TEST_P(UsbEntityTest, HappyPathWithoutReset) {
   EXPECT_EQ("", Err());
   EXPECT_EQ(Requests(static_cast<uint8_t>(0x80 | entity)), Requests());
   EXPECT_EQ(HappyCommands(), env.commands);
-  EXPECT_EQ(image.content(), scratch.Copied());
+  EXPECT_EQ(image.content(), host.Copied());
   EXPECT_FALSE(host.mounted);
   // 1 + 1 s around the first phase, 16 polls, 16 detection attempts, 2 s
   // before phase 2 and one status poll.
@@ -230,7 +222,7 @@ TEST_F(UsbUpdateTest, ClearPsRefusedIsTheResult) {
     if (r.netfn == 0x30 && r.cmd == 0x04) return false;
     return previous(r, a);
   };
-  EXPECT_EQ(256 + 58, Run());
+  EXPECT_EQ(RC_RESET_TO_DEFAULT_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_EQ(UntilPhaseTwo() + CompletedPoll() + "   Clear Private Storage Failed \n", Out());
   EXPECT_TRUE(bmc.RequestsFor(0x06, 0x02).empty());
 }
@@ -255,7 +247,7 @@ TEST_F(UsbUpdateTest, FailedPollsDoNotEndTheWaitButTheLastResultCounts) {
 TEST_F(UsbUpdateTest, ReadyThenSilentEndsWithTheLastPollsFailure) {
   task.ready_answers = std::vector<BmcAnswer>(15, BmcAnswer::Reply({0x03}));
   task.ready_answers.push_back(BmcAnswer::Silent());
-  EXPECT_EQ(256 + 34, Run());
+  EXPECT_EQ(RC_GET_UPDATE_STATUS_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_EQ(16u, bmc.RequestsFor(0x08, 0x02).size());
   EXPECT_EQ((std::vector<std::string>{"/sbin/fdisk -l", "df -Th"}), env.commands);
   EXPECT_EQ(
@@ -274,23 +266,16 @@ TEST_F(UsbUpdateTest, CopyFailsThenSucceedsOnRetryThree) {
                               "\n   Uploading Firmware Image ... retry 2\n"
                               "\n   Uploading Firmware Image ... retry 3\n" +
                                   CopyProgress(4096) + "\n   Uploading Firmware Image OK!\n"}));
-  EXPECT_EQ(image.content(), scratch.Copied());
+  EXPECT_EQ(image.content(), host.Copied());
   EXPECT_EQ(Requests(0x80), Requests());
 }
 
 TEST_F(UsbUpdateTest, CopyFailingForLackOfSpace) {
   // A full device: writes beyond 1 MiB fail (the image is 2 MiB).
-  TempImage big(2 << 20);
+  TempImage big(&host.fs, 2 << 20);
   snprintf(header.achFileName, sizeof(header.achFileName), "%s", big.path().c_str());
-  struct rlimit old;
-  getrlimit(RLIMIT_FSIZE, &old);
-  struct rlimit small = old;
-  small.rlim_cur = 1 << 20;
-  void (*oldHandler)(int) = signal(SIGXFSZ, SIG_IGN);
-  setrlimit(RLIMIT_FSIZE, &small);
+  host.fs.file_size_limit = 1 << 20;
   const int rc = Run();
-  setrlimit(RLIMIT_FSIZE, &old);
-  signal(SIGXFSZ, oldHandler);
 
   EXPECT_EQ(22, rc);
   const std::string failed = CopyProgress(2 << 20, 1 << 20) + "\r   Copy " + big.path() +
@@ -340,7 +325,7 @@ TEST_F(UsbUpdateTest, MountFailing) {
 
 TEST_F(UsbUpdateTest, UpdateTaskRefused) {
   task.init_answer = BmcAnswer::Code(0xC1);
-  EXPECT_EQ(256 + 33, Run());
+  EXPECT_EQ(RC_UPDATE_FIRMWARE_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_EQ("\n   Initiate Update Firmware Command :  FAILED\n", Out());
   EXPECT_EQ(std::vector<std::string>{"08 01 03 80"}, Requests());
   // Only the clean-up's look for a mounted device.
@@ -350,7 +335,7 @@ TEST_F(UsbUpdateTest, UpdateTaskRefused) {
 
 TEST_F(UsbUpdateTest, BmcBusyRefusesPhaseOne) {
   task.phase1_answer = BmcAnswer::Code(0x81);
-  EXPECT_EQ(256 + 13, Run());
+  EXPECT_EQ(RC_UPDATE_IN_PROGRESS + RC_RETRY_LIMIT, Run());
   EXPECT_EQ("\n   Initiate Update Firmware Command :  OK\n"
             "\r   Issue USB Firmware Update Command Phase 1 :  FAILED\n",
             Out());
@@ -386,7 +371,7 @@ TEST_F(UsbUpdateTest, DeviceThatStaysMountedIsADetachmentFailure) {
 TEST_F(UsbUpdateTest, FailingResetAfterASuccessfulTask) {
   G_u8BMCNeedReboot = 1;
   bmc.On(0x06, 0x02, {BmcAnswer::Code(0xC1)});
-  EXPECT_EQ(256 + 32, Run());
+  EXPECT_EQ(RC_COLD_RESET_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_EQ(5u, bmc.RequestsFor(0x06, 0x02).size());  // reset retry 4
   EXPECT_EQ(std::string::npos, Out().find("Successfully"));
 }
@@ -420,7 +405,7 @@ TEST_F(UsbUpdateTest, GarbageStatusCode) {
 TEST_F(UsbUpdateTest, BmcThatStopsAnsweringMidUpdate) {
   G_u8BMCNeedReboot = 1;
   task.task_answers = {BmcAnswer::Reply({0x02, 30}), BmcAnswer::Silent()};
-  EXPECT_EQ(256 + 34, Run());
+  EXPECT_EQ(RC_GET_UPDATE_STATUS_FAILED + RC_RETRY_LIMIT, Run());
   EXPECT_TRUE(InOrder(Out(), {"\r\tFirmware Update Status: Programming 30 percent\n"}));
   EXPECT_TRUE(bmc.RequestsFor(0x06, 0x02).empty());
 }
@@ -438,7 +423,7 @@ TEST_F(UsbUpdateTest, OverLanTheColdResetIsSentOnceWithoutWaiting) {
                 "   Firmware Update Successfully\n",
             Out());
   EXPECT_EQ(Join({Requests(0x80), {"06 02"}}), Requests());
-  EXPECT_EQ(image.content(), scratch.Copied());
+  EXPECT_EQ(image.content(), host.Copied());
 }
 
 // ---- interrupted updates ----
@@ -457,7 +442,7 @@ TEST_F(UsbUpdateTest, InterruptWhileMountingReleasesTheDevice) {
       "task was left to end on its own\n",
       Err());
   EXPECT_FALSE(task.phase2_sent);
-  EXPECT_TRUE(scratch.Copied().empty());
+  EXPECT_TRUE(host.Copied().empty());
   EXPECT_EQ("\n   Initiate Update Firmware Command :  OK\n"
             "\r   Issue USB Firmware Update Command Phase 1 :  OK\n" +
                 DetectSpinner(16) + "\r   Detecting USB Device :  OK",

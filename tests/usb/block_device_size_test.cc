@@ -125,7 +125,7 @@ TEST_F(RealSizeQuery, LoopDeviceOfKnownSize) {
 TEST_F(RealSizeQuery, PlainFileIsNoBlockDevice) {
   TempFile file(4096);
   ASSERT_FALSE(file.path().empty());
-  EXPECT_EQ(46, Find(file.path()));
+  EXPECT_EQ(RC_USB_SIZE_QUERY_FAILED, Find(file.path()));
   EXPECT_EQ(
       "\n       Open USB device"
       "\n       Get USB device size"
@@ -135,7 +135,7 @@ TEST_F(RealSizeQuery, PlainFileIsNoBlockDevice) {
 }
 
 TEST_F(RealSizeQuery, MissingDeviceCannotBeOpened) {
-  EXPECT_EQ(46, Find("/dev/vrx-no-such-device"));
+  EXPECT_EQ(RC_USB_SIZE_QUERY_FAILED, Find("/dev/vrx-no-such-device"));
   EXPECT_EQ(
       "\n       Open USB device"
       "\n         Open device \"/dev/vrx-no-such-device\" failed"

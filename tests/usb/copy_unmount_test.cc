@@ -72,7 +72,7 @@ TEST_F(WriteFileToUSBKey, NoPathIsFileNotFound) {
 
 TEST_F(WriteFileToUSBKey, NoStickGivesTheSearchResult) {
   env.Script(kDf, none);
-  EXPECT_EQ(52, Wf().WriteFileToUSBKey("/no/such/image"));
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().WriteFileToUSBKey("/no/such/image"));
   EXPECT_EQ(Names{kDf}, env.commands);
   EXPECT_EQ(FoundNothing(), Log());
 }
@@ -80,42 +80,34 @@ TEST_F(WriteFileToUSBKey, NoStickGivesTheSearchResult) {
 TEST_F(WriteFileToUSBKey, SizeQueryFailureGives46) {
   env.block_devices.clear();
   env.Script(kDf, mounted);
-  EXPECT_EQ(46, Wf().WriteFileToUSBKey("/no/such/image"));
+  EXPECT_EQ(RC_USB_SIZE_QUERY_FAILED, Wf().WriteFileToUSBKey("/no/such/image"));
   EXPECT_EQ(std::string::npos, Log().find("Clear disk"));
 }
 
-// A temporary directory with a 1500-byte image in it, removed afterwards.
+// A 1500-byte image in the test's in-memory files.
 class TempImage {
  public:
-  TempImage() {
-    char name[] = "/tmp/vrx-usb-XXXXXX";
-    if (mkdtemp(name) != nullptr) dir_ = name;
-    image_ = dir_ + "/image.bin";
-    std::ofstream out(image_, std::ios::binary);
-    for (int i = 0; i < 1500; ++i) out.put(static_cast<char>(i * 7));
-  }
-  ~TempImage() {
-    platform::ProcessSpec rm;
-    rm.argv = {"rm", "-rf", dir_};
-    if (!dir_.empty()) platform::RealEnv()->RunProcess(rm);
+  explicit TempImage(testing_support::FakeFiles* fs) {
+    std::string data;
+    for (int i = 0; i < 1500; ++i) data += static_cast<char>(i * 7);
+    fs->AddFile(image_, data);
   }
   const std::string& dir() const { return dir_; }
   const std::string& image() const { return image_; }
 
  private:
-  std::string dir_, image_;
+  std::string dir_ = "/tmp/vrx-usb-images";
+  std::string image_ = dir_ + "/image.bin";
 };
 
-// The scratch path /media/scrtch does not exist on a build machine, so the
-// real copy fails there and the failure is reported on the console too.
+// Without /media/scrtch the copy fails, and the failure is reported on the
+// console too.
 TEST_F(WriteFileToUSBKey, CopyFailureGives53) {
-  struct stat st;
-  if (stat("/media/scrtch", &st) == 0)
-    GTEST_SKIP() << "/media/scrtch exists on this machine";
-  TempImage temp;
-  ASSERT_FALSE(temp.dir().empty());
+  testing_support::FakeFiles fs;
+  env.fs = &fs;
+  TempImage temp(&fs);
   env.Script(kDf, mounted);
-  EXPECT_EQ(53, Wf().WriteFileToUSBKey(temp.image().c_str()));
+  EXPECT_EQ(RC_USB_COPY_FAILED, Wf().WriteFileToUSBKey(temp.image().c_str()));
   EXPECT_EQ(Names{kDf}, env.commands);
   std::string failed =
       "\r   Copy " + temp.image() + " to /media/scrtch/firmimg.k9 Failed\n";
@@ -128,30 +120,26 @@ TEST_F(WriteFileToUSBKey, CopyFailureGives53) {
   EXPECT_EQ(failed, cap.Out());
 }
 
-// A real copy needs a real directory that the search accepts. df prints
-// absolute mount points, but the search also accepts "<dir>/scrtch"
-// relative to the working directory; the test uses that form inside its own
-// temporary directory, so no fixed path such as /media/scrtch is touched.
+// df prints absolute mount points, but the search also accepts
+// "<dir>/scrtch" relative to the working directory; the copy goes there.
 TEST_F(WriteFileToUSBKey, CopiesTheImageAfterEmptyingTheStick) {
-  TempImage temp;
-  ASSERT_FALSE(temp.dir().empty());
+  testing_support::FakeFiles fs;
+  env.fs = &fs;
+  TempImage temp(&fs);
   std::string base = temp.dir().substr(temp.dir().rfind('/') + 1);
   std::string scratch = base + "/scrtch";
-  ASSERT_EQ(0, mkdir((temp.dir() + "/scrtch").c_str(), 0700));
-  std::ofstream(temp.dir() + "/scrtch/old.k9") << "stale";
-  char cwd[PATH_MAX];
-  ASSERT_NE(nullptr, getcwd(cwd, sizeof(cwd)));
-  ASSERT_EQ(0, chdir("/tmp"));
+  fs.Mount(temp.dir() + "/scrtch");
+  fs.AddFile(temp.dir() + "/scrtch/old.k9", "stale");
+  fs.cwd = "/tmp";
 
   env.Script(kDf, "/dev/sdb1 vfat 64M 0 64M 0% " + scratch + "\n");
   env.block_devices["/dev/sdb1"] = kSectors64M;
   int result = Wf().WriteFileToUSBKey(temp.image().c_str());
-  std::string copied = ReadFile(scratch + "/firmimg.k9");
-  bool oldGone = access((scratch + "/old.k9").c_str(), F_OK) != 0;
-  ASSERT_EQ(0, chdir(cwd));
+  std::string copied = fs.Content(scratch + "/firmimg.k9");
+  bool oldGone = !fs.Exists(scratch + "/old.k9");
 
   EXPECT_EQ(0, result);
-  EXPECT_EQ(ReadFile(temp.image()), copied);
+  EXPECT_EQ(fs.Content(temp.image()), copied);
   EXPECT_EQ(1500u, copied.size());
   EXPECT_TRUE(oldGone);
   EXPECT_EQ(Names{kDf}, env.commands);

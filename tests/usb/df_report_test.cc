@@ -79,14 +79,14 @@ TEST_F(FindMounted, RecordedExt2StickIsNotAccepted) {
   std::string report = Recording("df_scrtch.txt");
   env.Script(kDf, report);
   env.block_devices["/dev/loop0"] = kSectors64M;
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_EQ(std::string(kInfo) + OtherTypes(Lines(report)) + kNotFound, Log());
 }
 
 TEST_F(FindMounted, RecordedReportWithoutStick) {
   std::string report = Recording("df_none.txt");
   env.Script(kDf, report);
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_EQ(std::string(kInfo) + OtherTypes(Lines(report)) + kNotFound, Log());
 }
 
@@ -95,7 +95,7 @@ TEST_F(FindMounted, RecordedStickBelowMinimumSize) {
   std::string report = Recording("df_15M_vfat.txt");
   env.Script(kDf, report);
   env.block_devices["/dev/loop0"] = 32768;
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_EQ(std::string(kInfo) + Leading(report, 6) + Check(StickLine(report)) +
                 kSearchToVfat +
                 "Device size = 15 MB, expected minimum size = 16 MB" +
@@ -140,7 +140,7 @@ TEST_F(FindMounted, RecordedSubdirectoryScrtchIsRejected) {
   std::string report = Recording("df_sub_scrtch_vfat.txt");
   env.Script(kDf, report);
   env.block_devices["/dev/loop0"] = kSectors64M;
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_EQ(std::string(kInfo) + Leading(report, 6) + Check(StickLine(report)) +
                 kSearchToVfat +
                 "Device name = \"sub/scrtch\", expected device name = "
@@ -153,7 +153,7 @@ TEST_F(FindMounted, MntSubScrtchIsRejected) {
   env.Script(kDf,
              "Filesystem     Type  Size  Used Avail Use% Mounted on\n"
              "/dev/sdb1      vfat   16M  4.0K   16M   1% /mnt/sub/scrtch\n");
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_EQ(
       std::string(kInfo) +
           OtherType("Filesystem     Type  Size  Used Avail Use% Mounted on\n") +
@@ -264,7 +264,7 @@ TEST_F(FindMounted, RecordedLinesOver255CharactersAndAnOverlongName) {
   ASSERT_GT(stick.size(), 256u);
   env.Script(kDf, report);
   env.block_devices[name] = kSectors64M;
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_STREQ("", Wf().DeviceName());
   EXPECT_EQ(std::string(kInfo) + Leading(report, 6) + Check(stick) +
                 kSearchToVfat + "Device name \"" + name +
@@ -286,7 +286,7 @@ TEST_F(FindMounted, MountPointOver31CharactersIsRefusedNotCut) {
   env.Script(kDf, "/dev/sdb1 vfat 64M 0 64M 0% " + tooLong + "\n");
   env.Script(kDf, "/dev/sdb1 vfat 64M 0 64M 0% " + fits + "\n");
   env.block_devices["/dev/sdb1"] = kSectors64M;
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_STREQ("", Wf().MountedOn());
   EXPECT_EQ(std::string(kInfo) +
                 Check("/dev/sdb1 vfat 64M 0 64M 0% " + tooLong + "\n") +
@@ -306,7 +306,7 @@ TEST_F(FindMounted, MountPointSplitAcrossReadsIsSeenWhole) {
   ASSERT_EQ("/media/scrtch/deeper\n", line.substr(255 - 13));
   env.Script(kDf, line);
   env.block_devices["/dev/sdb1"] = kSectors64M;
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_EQ(std::string(kInfo) + Check(line) + kSearchToVfat +
                 "Device name = \"scrtch/deeper\", expected device name = "
                 "\"scrtch\"" +
@@ -316,7 +316,7 @@ TEST_F(FindMounted, MountPointSplitAcrossReadsIsSeenWhole) {
 
 TEST_F(FindMounted, NothingPrinted) {
   env.Script(kDf, "");
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_EQ(std::string(kInfo) + kNotFound, Log());
 }
 
@@ -342,7 +342,7 @@ TEST_F(FindMounted, LastLineWithoutLineFeedIsParsed) {
 // A name alone at the end of the report never gets its figures.
 TEST_F(FindMounted, PartialLinesAtTheEndAreIgnored) {
   env.Script(kDf, "/dev/sdb1\n64M 0 64M\n");
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_EQ(std::string(kInfo) + kNotFound, Log());
 }
 
@@ -371,7 +371,7 @@ TEST_F(FindMounted, OverlongLineIsSkippedWhole) {
 
 TEST_F(FindMounted, UnreadableSizeCountsAsZero) {
   env.Script(kDf, "/dev/sdb1 vfat - - - - /media/scrtch\n");
-  EXPECT_EQ(52, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_NOT_FOUND, Wf().IsMountedOnDirectoryFound());
   EXPECT_NE(std::string::npos,
             Log().find("Device size = 0 MB, expected minimum size = 16 MB"));
 }
@@ -393,7 +393,7 @@ TEST_F(FindMounted, GetVirtualUSBDevInfoIsTheSameSearch) {
 // The size query fails but the device is there: 46, names filled.
 TEST_F(FindMounted, SizeQueryFailureGives46) {
   env.Script(kDf, Recording("df_scrtch_vfat.txt"));
-  EXPECT_EQ(46, Wf().IsMountedOnDirectoryFound());
+  EXPECT_EQ(RC_USB_SIZE_QUERY_FAILED, Wf().IsMountedOnDirectoryFound());
   EXPECT_STREQ("/dev/loop0", Wf().DeviceName());
   EXPECT_STREQ("/media/scrtch", Wf().MountedOn());
 }
@@ -410,7 +410,7 @@ class SizeQuery : public FindMounted {
 
 TEST_F(SizeQuery, DeviceThatCannotBeOpened) {
   Mounted("/dev/sdb1");
-  EXPECT_EQ(46, Wf().TestVirtualUSBDevice());
+  EXPECT_EQ(RC_USB_SIZE_QUERY_FAILED, Wf().TestVirtualUSBDevice());
   EXPECT_EQ(
       "\n       Open USB device"
       "\n         Open device \"/dev/sdb1\" failed"
@@ -421,7 +421,7 @@ TEST_F(SizeQuery, DeviceThatCannotBeOpened) {
 TEST_F(SizeQuery, SizeRequestThatFails) {
   env.block_devices["/dev/sdb1"] = -2;
   Mounted("/dev/sdb1");
-  EXPECT_EQ(46, Wf().TestVirtualUSBDevice());
+  EXPECT_EQ(RC_USB_SIZE_QUERY_FAILED, Wf().TestVirtualUSBDevice());
   EXPECT_EQ(
       "\n       Open USB device"
       "\n       Get USB device size"
@@ -433,7 +433,7 @@ TEST_F(SizeQuery, SizeRequestThatFails) {
 TEST_F(SizeQuery, ZeroSectors) {
   env.block_devices["/dev/sdb1"] = 0;
   Mounted("/dev/sdb1");
-  EXPECT_EQ(46, Wf().TestVirtualUSBDevice());
+  EXPECT_EQ(RC_USB_SIZE_QUERY_FAILED, Wf().TestVirtualUSBDevice());
   EXPECT_EQ(
       "\n       Open USB device"
       "\n       Get USB device size"

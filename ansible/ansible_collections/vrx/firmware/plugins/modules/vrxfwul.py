@@ -408,6 +408,25 @@ def parse_result(text):
     }
 
 
+def parse_preflight(text):
+    """The -check -xml document as a list of {'name', 'status', 'code', 'detail'}."""
+    try:
+        root = ElementTree.fromstring(text.strip())
+    except ElementTree.ParseError:
+        return None
+    if root.tag != 'PreflightCheck':
+        return None
+    checks = []
+    for check in root.iter('Check'):
+        try:
+            code = int(check.get('code', '0'))
+        except ValueError:
+            code = 0
+        checks.append({'name': check.get('name', ''), 'status': check.get('status', ''),
+                       'code': code, 'detail': (check.text or '').strip()})
+    return checks
+
+
 def last_task_status(log):
     """The status byte of the last Get Update Status answer traced in the log."""
     title = None
@@ -563,6 +582,20 @@ def run_module(module, p, runner, lan, wanted, workdir, result):
     target = wanted or 'the image at %s' % p['uri']
 
     if module.check_mode:
+        # The program's own pre-flight check: every step that changes nothing.
+        check_args = ['-check', '-xml'] + [a for a in args if a != '-fml' and a != '-c' and a != '-f']
+        rc, out, err, timed_out = runner.run(check_args, INVENTORY_TIMEOUT)
+        checks = parse_preflight(out)
+        if checks is not None:
+            result['preflight'] = checks
+        if timed_out or rc != 0 or checks is None:
+            name, message = describe(rc)
+            result.update(rc=rc, rc_name=name, rc_message=message)
+            failed = [c for c in checks or [] if c['status'] == 'failed']
+            why = '%s: %s' % (failed[0]['name'], failed[0]['detail']) if failed else (
+                'timed out after %d s' % INVENTORY_TIMEOUT if timed_out else message or name)
+            module.fail_json(msg='the update of %s would not go ahead: %s' % (p['bmc_host'], why),
+                             **result)
         result.update(changed=True, msg='would update %s from %s to %s' % (p['bmc_host'], before, target))
         module.exit_json(**result)
 
