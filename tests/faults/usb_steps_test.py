@@ -567,6 +567,12 @@ def main():
     if shutil.which("unshare") is None or shutil.which("losetup") is None:
         print("skipped: unshare or losetup missing")
         return SKIP
+    probe = subprocess.run(["unshare", "--mount", "--propagation", "private", "/bin/sh",
+                            "-c", "mount -t tmpfs vrx-probe /mnt"], capture_output=True)
+    if probe.returncode != 0:
+        print("skipped: cannot mount in a new mount namespace:",
+              probe.stderr.decode(errors="replace").strip())
+        return SKIP
     root = tempfile.mkdtemp(prefix="vrx-usb-steps-")
     host = None
     try:
