@@ -413,6 +413,9 @@ int CreateAndMountUSBDevice(const char* device) {
   if (status != 0) {
     Out().RedirectMessage(eRedirectDebug, "\n     Mount %s %s failed\n", device,
                           directory);
+    // A stick that cannot be mounted leaves no directory of this run behind
+    // (never one that was there before, never a mount point).
+    if (G_pWriteFirmware != nullptr) G_pWriteFirmware->RemoveCreatedDirectories();
     return 1;
   }
   Out().RedirectMessage(eRedirectDebug, "\n     Mount %s %s OK\n", device,

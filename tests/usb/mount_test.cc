@@ -420,6 +420,49 @@ TEST_F(MountDevice, MountFailureIsReported) {
       Log());
 }
 
+// mkdir and rm -rf through the fake change the directories, as the real
+// commands would.
+void MakeDirectoriesReal(testing_support::FakeEnv* env) {
+  env->handler = [env](const std::string& command, CommandResult* result) {
+    if (command.compare(0, 6, "mkdir ") == 0) {
+      env->directories.insert(command.substr(6));
+    } else if (command.compare(0, 7, "rm -rf ") == 0) {
+      env->directories.erase(command.substr(7));
+    } else {
+      return false;
+    }
+    result->status = 0;
+    return true;
+  };
+}
+
+TEST_F(MountDevice, FailedMountRemovesTheDirectoriesItCreated) {
+  MakeDirectoriesReal(&env);
+  env.Script("mount /dev/sdb1 /media/scrtch", "", 32 << 8);
+  EXPECT_EQ(1, CreateAndMountUSBDevice("/dev/sdb1"));
+  EXPECT_EQ((Names{"mkdir /media", "mkdir /media/scrtch",
+                   "mount /dev/sdb1 /media/scrtch", "rm -rf /media/scrtch",
+                   "rm -rf /media"}),
+            env.commands);
+  std::string log = Log();
+  EXPECT_EQ(
+      "\n     Mount /dev/sdb1 /media/scrtch failed\n"
+      "\n   Delete /media/scrtch : OK"
+      "\n   Delete /media : OK",
+      log.substr(log.rfind("\n     Mount /dev/sdb1")));
+}
+
+TEST_F(MountDevice, FailedMountLeavesAMountPointAlone) {
+  env.directories = {"/media"};
+  MakeDirectoriesReal(&env);
+  env.mount_points = {"/media/scrtch"};
+  env.Script("mount /dev/sdb1 /media/scrtch", "", 32 << 8);
+  EXPECT_EQ(1, CreateAndMountUSBDevice("/dev/sdb1"));
+  EXPECT_EQ((Names{"mkdir /media/scrtch", "mount /dev/sdb1 /media/scrtch"}),
+            env.commands);
+  EXPECT_NE(std::string::npos, Log().find("Refused, still a mount point"));
+}
+
 TEST_F(MountDevice, NoDirectoryMeansNoMount) {
   env.Script("mkdir /media", "", kFailed);
   env.Script("mkdir /mnt", "", kFailed);
