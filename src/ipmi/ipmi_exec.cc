@@ -58,6 +58,7 @@ int TKCSDriverAPI::DoIPMICommand(unsigned char netFnLun, unsigned char command,
   uint8_t u8Counter = static_cast<uint8_t>(record->u8RetryCount + 1);
   record->u8ResponseDataOffset = 0;
   int status = 0;
+  const bool signalledAtStart = SignalPending();
   for (;;) {
     --u8Counter;
     if (u8Counter == 0xFF) break;
@@ -78,6 +79,7 @@ int TKCSDriverAPI::DoIPMICommand(unsigned char netFnLun, unsigned char command,
         return 0;
       status = 1;
     }
+    if (StopRetrying(signalledAtStart)) return status;
     DelayMS(record->u16RetryDelay);
     record->u16ResponseLength = 128;
   }

@@ -141,6 +141,7 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
   record->u8ResponseDataOffset = 0;
   int status = 0;
   TOutputMessageHandle* out = G_pOutputMessageHandle;
+  const bool signalledAtStart = SignalPending();
   for (;;) {
     --u8Counter;
     if (u8Counter == 0xFF) break;
@@ -192,6 +193,7 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
       return 0;
     }
     LogErrorResponseData(status, record);
+    if (StopRetrying(signalledAtStart)) return status;
     DelayMS(record->u16RetryDelay);
     record->u16ResponseLength = 128;
   }

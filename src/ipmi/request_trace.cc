@@ -4,6 +4,7 @@
 
 #include "output/output.h"
 #include "platform/platform.h"
+#include "platform/signals.h"
 
 unsigned BoundedLength(unsigned length, unsigned capacity) {
   return length < capacity ? length : capacity;
@@ -53,4 +54,10 @@ void LogErrorResponseData(int status, const sIPMIReqRespTag* record) {
 int DelayMS(unsigned int ms) {
   platform::GetEnv()->SleepMs(ms);
   return 0;
+}
+
+bool SignalPending() { return platform::PendingSignal() != 0; }
+
+bool StopRetrying(bool signalledAtStart) {
+  return !signalledAtStart && SignalPending();
 }

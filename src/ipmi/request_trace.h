@@ -16,4 +16,11 @@ unsigned BoundedLength(unsigned length, unsigned capacity);
 // Sleeps through the platform clock, so tests never wait. Returns 0.
 int DelayMS(unsigned int ms);
 
+// Whether a stop signal is pending (see platform/signals.h).
+bool SignalPending();
+// Both transports' retry loops: a signal that arrived while this request
+// was being retried ends the retries at once, since the run is stopping;
+// a request sent while stopping (the clean-up's) keeps all its retries.
+bool StopRetrying(bool signalledAtStart);
+
 #endif  // VRX_IPMI_REQUEST_TRACE_H_

@@ -83,7 +83,8 @@ int TFirmwareUpdate::DoUSBFwUpdate(const sBMCInformationTag* bmc,
   if (result == 0) {
     result = RequestUSBFwUpdateInit(&taskId, u8UpdateTarget);
     if (result == 0) update_steps::NoteUpdateStarted();
-    DelayMS(1000);
+    // The pause lets the BMC settle; a stopping run does not need it.
+    if (!update_steps::Interrupted()) DelayMS(1000);
   }
   result = update_steps::Checkpoint(result);
   if (result == 0) {

@@ -12,6 +12,7 @@
 #include "image/image_file.h"
 #include "output/output.h"
 #include "platform/platform.h"
+#include "platform/signals.h"
 
 const char G_chMountedOnLayer1[3][64] = {"/media", "/mnt", "/tmp"};
 const char G_chMountedOnLayer2[32] = "scrtch";
@@ -404,7 +405,9 @@ int CreateAndMountUSBDevice(const char* device) {
   char directory[sizeof(G_chMountedOnLayer1[0]) + sizeof(G_chMountedOnLayer2)] =
       {0};
   int status = 1;
-  if (CreateMountedDirectory(directory, sizeof(directory)) == 0) {
+  // A run that is stopping does not mount what it would release at once.
+  if (CreateMountedDirectory(directory, sizeof(directory)) == 0 &&
+      platform::PendingSignal() == 0) {
     std::string command = "mount " + platform::ShellQuoteIfNeeded(device) +
                           " " + platform::ShellQuoteIfNeeded(directory);
     Out().RedirectMessage(eRedirectDebug, "\n       %s", command.c_str());

@@ -258,6 +258,7 @@ class Case:
             "VRX_SCRIPTED_BMC": self.path("bmc.script"),
             "VRX_SCRIPTED_BMC_LOG": self.path(calls + ".requests"),
             "VRXFWUL_LOCK_DIR": self.dir,
+            "VRXFWUL_HISTORY_FILE": os.path.join(self.dir, "history"),
             "VRX_FAKE_ROOT": self.dir,
             "VRX_FAKE_BIN": self.host.bin,
             "VRX_FAKE_STATE": self.state,

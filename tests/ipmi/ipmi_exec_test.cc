@@ -3,8 +3,10 @@
 #include "ipmi/ipmi_exec.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include "ipmi/request_kind.h"
+#include "platform/signals.h"
 #include "ipmi_fixture.h"
 
 namespace ipmi_testing {
@@ -239,6 +241,24 @@ TEST_F(ExecuteCommandTest, AChangeSentIsNoted) {
   EXPECT_EQ(0, ExecuteCommand(0x20, 0x06 << 2, 0x02, &reset));
   EXPECT_TRUE(StateChangingRequestSent());
   ResetStateChangeNote();
+}
+
+TEST_F(ExecuteCommandTest, ASignalDuringTheRetriesEndsThemAtOnce) {
+  sIPMIReqRespTag record = NewRecord(5);
+  bmc.On(0x06, 0x01, {BmcAnswer::Code(0xC0)});
+  env.on_sleep = [](unsigned) { platform::RecordSignalForTest(SIGTERM); };
+  EXPECT_EQ(RC_FAILED, ExecuteCommand(0x20, 0x06 << 2, 0x01, &record));
+  platform::ClearSignalForTest();
+  EXPECT_EQ(2u, Requests().size());
+}
+
+TEST_F(ExecuteCommandTest, TheCleanUpAfterASignalKeepsItsRetries) {
+  platform::RecordSignalForTest(SIGINT);
+  sIPMIReqRespTag record = NewRecord(3);
+  bmc.On(0x06, 0x01, {BmcAnswer::Code(0xC0)});
+  EXPECT_EQ(RC_RETRY_LIMIT, ExecuteCommand(0x20, 0x06 << 2, 0x01, &record));
+  platform::ClearSignalForTest();
+  EXPECT_EQ(4u, Requests().size());
 }
 
 class DriverLifecycleTest : public IpmiTest {};
