@@ -54,3 +54,6 @@ printf '\x81\x00\x00\xff\x00' > corpus/kcs_answer/failures
 # three-byte manufacturer and the name "Stratovex".
 reset fru
 printf '\x01\x00\x00\x01\x01\x00\x00\xfd\x01\x03\x19\xc3ABC\xc9Stratovex\xc1\x00\x00\x00\x00\x00\x00\x00\x00' > corpus/fru/product
+
+reset history
+cp "$root"/tests/golden/cases/history_table/files/history corpus/history/table
