@@ -218,7 +218,12 @@ void PrintXml(const std::string& path, const ReadResult& result) {
 
 std::string HistoryPath() {
   const char* path = getenv("VRXFWUL_HISTORY_FILE");
-  return path != nullptr && path[0] != '\0' ? path : kDefaultPath;
+  if (path != nullptr && path[0] != '\0') return path;
+  // Another user's runs (LAN updates need no root) are their own history.
+  const std::string home = platform::HomeDirectory();
+  if (!platform::RunningAsRoot() && !home.empty())
+    return home + "/.local/state/vrxfwul/history";
+  return kDefaultPath;
 }
 
 std::string FormatHistoryRecord(const sHistoryRecordTag& r) {

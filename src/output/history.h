@@ -30,7 +30,8 @@ struct sHistoryRecordTag {
   std::string interruptedBy;  // "SIGTERM", or "" for a run that ended itself
 };
 
-// $VRXFWUL_HISTORY_FILE when set, else /var/lib/vrxfwul/history.
+// $VRXFWUL_HISTORY_FILE when set; else /var/lib/vrxfwul/history for root
+// and ~/.local/state/vrxfwul/history for any other user.
 std::string HistoryPath();
 
 // The record's line, with its line feed.

@@ -289,6 +289,13 @@ std::string CTime(time_t t) {
 
 double DiffTime(time_t later, time_t earlier) { return difftime(later, earlier); }
 
+bool RunningAsRoot() { return geteuid() == 0; }
+
+std::string HomeDirectory() {
+  const char* home = getenv("HOME");
+  return home != nullptr && home[0] == '/' ? home : "";
+}
+
 bool TextReader::ReadLine(char* buf, int size) {
   if (pos_ >= text_.size() || size <= 0) return false;
   size_t max = static_cast<size_t>(size) - 1;

@@ -142,6 +142,10 @@ Env* RealEnv();
 std::string CTime(time_t t);
 // difftime(later, earlier).
 double DiffTime(time_t later, time_t earlier);
+// The effective user is root.
+bool RunningAsRoot();
+// $HOME when it is set to an absolute path, else "".
+std::string HomeDirectory();
 
 // Time limits of child processes. A mount or a copy-back onto a slow stick
 // may take minutes; one ipmitool request never does.

@@ -154,9 +154,9 @@ namespace posix {
 
 int AppendRecord(const std::string& path, const std::string& line,
                  std::string* why) {
-  // The directory is made private when this program makes it.
-  const size_t slash = path.rfind('/');
-  if (slash != std::string::npos && slash > 0) {
+  // Missing directories on the way are made private (mkdir -p, 0700).
+  for (size_t slash = path.find('/', 1); slash != std::string::npos;
+       slash = path.find('/', slash + 1)) {
     const std::string directory = path.substr(0, slash);
     struct stat st;
     if (lstat(directory.c_str(), &st) != 0 && mkdir(directory.c_str(), 0700) != 0 &&
@@ -168,7 +168,10 @@ int AppendRecord(const std::string& path, const std::string& line,
   const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW |
                                         O_NONBLOCK | O_CLOEXEC, 0600);
   if (fd < 0) {
-    *why = errno == ELOOP ? "is a symbolic link" : strerror(errno);
+    // A directory, or a FIFO nobody reads, cannot even be opened for this.
+    *why = errno == ELOOP                      ? "is a symbolic link"
+           : errno == EISDIR || errno == ENXIO ? "is not a regular file"
+                                               : strerror(errno);
     return -1;
   }
   struct stat st;

@@ -9,6 +9,7 @@
 
 #include "common/sha256.h"
 #include "output/output.h"
+#include "platform/platform.h"
 #include "support/capture.h"
 #include "support/fake_env.h"
 #include "support/fake_files.h"
@@ -106,7 +107,10 @@ TEST(HistoryFormat, RefusesWhatIsNoRecord) {
 
 TEST(HistoryPathTest, TheEnvironmentMayMoveIt) {
   unsetenv("VRXFWUL_HISTORY_FILE");
-  EXPECT_EQ("/var/lib/vrxfwul/history", HistoryPath());
+  EXPECT_EQ(platform::RunningAsRoot() ? "/var/lib/vrxfwul/history"
+                                      : platform::HomeDirectory() +
+                                            "/.local/state/vrxfwul/history",
+            HistoryPath());
   setenv("VRXFWUL_HISTORY_FILE", "/tmp/h", 1);
   EXPECT_EQ("/tmp/h", HistoryPath());
   unsetenv("VRXFWUL_HISTORY_FILE");
@@ -120,6 +124,14 @@ TEST_F(HistoryTest, AppendsMakeAPrivateFileInAPrivateDirectory) {
   EXPECT_EQ(0600u, fs_.Find("/var/lib/vrxfwul/history")->mode);
   EXPECT_EQ(0700u, fs_.Find("/var/lib/vrxfwul")->mode);
   EXPECT_EQ("", cap_.Err());
+}
+
+TEST_F(HistoryTest, EveryMissingDirectoryIsMadePrivate) {
+  setenv("VRXFWUL_HISTORY_FILE", "/home/ops/.local/state/vrxfwul/history", 1);
+  EXPECT_EQ(0, AppendHistoryRecord(Sample()));
+  EXPECT_EQ(0700u, fs_.Find("/home/ops/.local/state")->mode);
+  EXPECT_EQ(0700u, fs_.Find("/home/ops/.local/state/vrxfwul")->mode);
+  EXPECT_EQ(0600u, fs_.Find("/home/ops/.local/state/vrxfwul/history")->mode);
 }
 
 TEST_F(HistoryTest, ABadOrForeignFileIsReportedAndLeftAlone) {

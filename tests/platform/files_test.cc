@@ -222,6 +222,26 @@ TEST_P(FileOps, ListAndRemove) {
 
 // What only the fake can model: the faults a real test could reach only as
 // an unprivileged user or with special files.
+TEST_P(FileOps, AppendRecordIsPrivateWholeAndRefusesWhatIsNotItsOwn) {
+  std::string why;
+  EXPECT_EQ(0, env()->AppendRecord(P("d/e/history"), "one\n", &why)) << why;
+  EXPECT_EQ(0, env()->AppendRecord(P("d/e/history"), "two\n", &why)) << why;
+  EXPECT_EQ("one\ntwo\n", files_->Content("d/e/history"));
+  EXPECT_EQ(0600u, files_->Mode("d/e/history"));
+  EXPECT_EQ(0700u, files_->Mode("d/e"));
+  EXPECT_EQ(0700u, files_->Mode("d"));
+
+  files_->File("target", "x\n");
+  files_->Symlink("link", P("target"));
+  EXPECT_EQ(-1, env()->AppendRecord(P("link"), "three\n", &why));
+  EXPECT_EQ("is a symbolic link", why);
+  EXPECT_EQ("x\n", files_->Content("target"));
+
+  files_->Directory("dir");
+  EXPECT_EQ(-1, env()->AppendRecord(P("dir"), "three\n", &why));
+  EXPECT_EQ("is not a regular file", why);
+}
+
 TEST(FakeFiles, ModelsRefusalsAndFaults) {
   FakeEnv env;
   FakeFiles fs;

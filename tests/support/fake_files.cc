@@ -353,7 +353,11 @@ int FakeFiles::AppendRecord(const std::string& path, const std::string& line,
     *why = "No such file or directory";
     return -1;
   }
-  if (!Get(Parent(resolved))) AddDirectory(Parent(resolved))->mode = 0700;
+  // Missing directories on the way are made private, as the real one does.
+  std::vector<std::string> missing;
+  for (std::string d = Parent(resolved); !d.empty() && d != "/" && !Get(d); d = Parent(d))
+    missing.push_back(d);
+  for (auto it = missing.rbegin(); it != missing.rend(); ++it) AddDirectory(*it)->mode = 0700;
   auto node = Get(resolved);
   if (!node) {
     auto parent = Get(Parent(resolved));
