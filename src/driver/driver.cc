@@ -14,6 +14,7 @@
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
 #include "ipmi/request_kind.h"
+#include "ipmi/request_record.h"
 #include "output/output.h"
 #include "output/update_package.h"
 #include "platform/platform.h"
@@ -270,6 +271,16 @@ int RunMain(int argc, char** argv) {
   // 4.-7. Options, settings report, channel, BMC search.
   if (rc == RC_SUCCESS)
     rc = ParseCommandArguments(argc, argv, fileList, &fileCount);
+  // -record: refused like the log, before any request goes to the BMC.
+  if (rc == RC_SUCCESS && RecordFileName()[0] != '\0') {
+    const std::string refusal =
+        OpenRequestRecording(RecordFileName(), fileList, fileCount);
+    if (!refusal.empty()) {
+      G_pOutputMessageHandle->RedirectMessage(
+          eRedirectError, "   %s: %s\n", RecordFileName(), refusal.c_str());
+      rc = RC_FILE_ERROR;
+    }
+  }
   if (rc == RC_SUCCESS)
     G_pOutputMessageHandle->OutuptUtilityConfiguration(
         G_pConfigHandle->GetSettings());
@@ -306,6 +317,7 @@ int RunMain(int argc, char** argv) {
   if (!update_steps::Interrupted()) G_pOutputMessageHandle->OutputReturnCode(rc);
   const int finalRc = update_steps::ReportIfInterrupted(rc);
   UnlockTheBmc();
+  CloseRequestRecording();
   MainDestructor();
   return finalRc;
 }

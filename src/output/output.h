@@ -28,6 +28,8 @@ class TOutputMessageHandle {
   int OpenLogFile(const char* path, int argc, char** argv);
   void CloseLogFile();
   bool HasLogFile() const { return pLogFile != nullptr; }
+  // The log's descriptor (-1 without a log), to tell another file from it.
+  int LogFileNumber() const { return pLogFile != nullptr ? fileno(pLogFile) : -1; }
 
   void SetOutputMode(eOutputModeTag mode);
   eOutputModeTag GetOutputMode() const { return eOutputMode; }
