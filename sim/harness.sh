@@ -17,6 +17,8 @@
 #   --bmc "CMD"       a console command for the BMC at start, e.g.
 #                     --bmc "set product_name Stratovex Z3100" (repeatable;
 #                     "vrx " is prepended); for every BMC of a rack
+#   --replay FILE     the BMC answers from a vrxfwul -record file (path
+#                     without blanks; same as --bmc "replay FILE")
 #   --count N         N simulated BMCs (1-50, default 1)
 #   --bmc-at K "CMD"  like --bmc, for BMC K (1..N) only, after the --bmc ones,
 #                     e.g. --bmc-at 3 "set version 1 0x40 0"
@@ -76,6 +78,9 @@ while [ $# -gt 0 ]; do
     --servers) servers=$2; shift 2 ;;
     --serve) serve+=("$2"); shift 2 ;;
     --bmc) bmc_cmds+=("$2"); shift 2 ;;
+    --replay)
+      [ -f "$2" ] || die "--replay: no such file $2"
+      bmc_cmds+=("replay $(realpath "$2")"); shift 2 ;;
     --count) count=$2; shift 2 ;;
     --bmc-at) bmc_at+=("$2" "$3"); shift 3 ;;
     --ipmitool-timeouts) ipmitool_n=$2; ipmitool_r=$3; shift 3 ;;

@@ -189,9 +189,48 @@ void SendCompletionCode(channel_t* chan, msg_t* msg, unsigned char cc) {
   chan->return_rsp(chan, msg, &rsp);
 }
 
+// The session's own requests, which ipmitool sends and a recording of
+// the program never holds; the simulator answers them even in replay mode.
+bool IsSessionRequest(const msg_t* msg) {
+  return msg->netfn == 0x06 &&
+         ((msg->cmd >= 0x38 && msg->cmd <= 0x3C) || msg->cmd == 0x54);
+}
+
+simbmc::ReplayAnswer Replayed(simbmc::Replay* replay, unsigned channel,
+                              msg_t* msg, uint32_t session) {
+  simbmc::ReplayAnswer answer =
+      replay->Answer(static_cast<uint8_t>(msg->netfn),
+                     static_cast<uint8_t>(msg->cmd), msg->data, msg->len, session);
+  if (answer.kind == simbmc::ReplayAnswer::kUnknown) {
+    char head[80];
+    std::snprintf(head, sizeof(head), "replay-unknown ch=%u %02x %02x", channel,
+                  msg->netfn, msg->cmd);
+    g_host->Log(head + Bytes(msg->data, msg->len) +
+                " (not in the recording: cc d5)");
+  }
+  return answer;
+}
+
 int OnRequest(channel_t* chan, msg_t* msg) {
   g_host->Log(Head("req", chan, msg->netfn, msg->cmd) +
               Bytes(msg->data, msg->len));
+  simbmc::Replay* replay = g_bmc->ReplayMode();
+  if (replay != nullptr && !IsSessionRequest(msg)) {
+    simbmc::ReplayAnswer answer = Replayed(replay, chan->channel_num, msg, msg->sid);
+    if (answer.kind == simbmc::ReplayAnswer::kNoAnswer) {
+      g_host->Log(Head("drop", chan, msg->netfn, msg->cmd));
+      return 1;
+    }
+    std::vector<unsigned char> data = {answer.cc};
+    data.insert(data.end(), answer.data.begin(), answer.data.end());
+    rsp_msg_t rsp;
+    rsp.netfn = static_cast<uint8_t>(msg->netfn | 1);
+    rsp.cmd = msg->cmd;
+    rsp.data = data.data();
+    rsp.data_len = static_cast<unsigned short>(data.size());
+    chan->return_rsp(chan, msg, &rsp);
+    return 1;
+  }
   unsigned char cc = 0;
   simbmc::Hook hook = g_bmc->Intercept(msg->netfn, msg->cmd, &cc);
   if (hook == simbmc::Hook::kDrop) {
@@ -233,6 +272,16 @@ void OnCommand(lmc_data_t*, msg_t* msg, unsigned char* rdata,
     std::snprintf(head, sizeof(head), "req ch=%u %02x %02x", channel,
                   msg->netfn, msg->cmd);
     g_host->Log(head + Bytes(msg->data, msg->len));
+    simbmc::Replay* replay = g_bmc->ReplayMode();
+    if (replay != nullptr) {
+      // The system interface: each request is the program's own attempt.
+      simbmc::ReplayAnswer answer = Replayed(replay, channel, msg, 0);
+      g_dropReply = answer.kind == simbmc::ReplayAnswer::kNoAnswer;
+      rdata[0] = g_dropReply ? 0xFF : answer.cc;
+      std::memcpy(rdata + 1, answer.data.data(), answer.data.size());
+      *rdata_len = static_cast<unsigned>(1 + answer.data.size());
+      return;
+    }
     unsigned char cc = 0;
     simbmc::Hook hook = g_bmc->Intercept(msg->netfn, msg->cmd, &cc);
     if (hook != simbmc::Hook::kNone) {
