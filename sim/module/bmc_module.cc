@@ -189,11 +189,30 @@ void SendCompletionCode(channel_t* chan, msg_t* msg, unsigned char cc) {
   chan->return_rsp(chan, msg, &rsp);
 }
 
-// The session's own requests, which ipmitool sends and a recording of
-// the program never holds; the simulator answers them even in replay mode.
-bool IsSessionRequest(const msg_t* msg) {
-  return msg->netfn == 0x06 &&
-         ((msg->cmd >= 0x38 && msg->cmd <= 0x3C) || msg->cmd == 0x54);
+// What ipmitool sends on its own (the session, the PICMG and HPM.x probes
+// of group extension 0x2C); a recording of the program holds none of them
+// unless the program sent such a request itself, so the simulator answers.
+bool IsToolOwnRequest(const msg_t* msg, const simbmc::Replay* replay) {
+  const bool own = (msg->netfn == 0x06 && ((msg->cmd >= 0x38 && msg->cmd <= 0x3C) ||
+                                           msg->cmd == 0x54)) ||
+                   msg->netfn == 0x2C;
+  return own && !replay->Knows(static_cast<uint8_t>(msg->netfn),
+                               static_cast<uint8_t>(msg->cmd));
+}
+
+constexpr unsigned kSystemInterfaceChannel = 15;
+
+// ipmitool opens every session with a Get Device ID of its own, before the
+// program's request: the simulator answers that first one, as it did while
+// the run was recorded.
+uint32_t g_probedSession = 0;
+bool g_probedAny = false;
+bool IsSessionProbe(const msg_t* msg) {
+  if (msg->netfn != 0x06 || msg->cmd != 0x01) return false;
+  if (g_probedAny && g_probedSession == msg->sid) return false;
+  g_probedAny = true;
+  g_probedSession = msg->sid;
+  return true;
 }
 
 simbmc::ReplayAnswer Replayed(simbmc::Replay* replay, unsigned channel,
@@ -215,7 +234,8 @@ int OnRequest(channel_t* chan, msg_t* msg) {
   g_host->Log(Head("req", chan, msg->netfn, msg->cmd) +
               Bytes(msg->data, msg->len));
   simbmc::Replay* replay = g_bmc->ReplayMode();
-  if (replay != nullptr && !IsSessionRequest(msg)) {
+  if (replay != nullptr && replay->Lan() && !IsToolOwnRequest(msg, replay) &&
+      !IsSessionProbe(msg)) {
     simbmc::ReplayAnswer answer = Replayed(replay, chan->channel_num, msg, msg->sid);
     if (answer.kind == simbmc::ReplayAnswer::kNoAnswer) {
       g_host->Log(Head("drop", chan, msg->netfn, msg->cmd));
@@ -265,23 +285,28 @@ int OnResponse(channel_t* chan, msg_t* msg, rsp_msg_t* rsp) {
 
 void OnCommand(lmc_data_t*, msg_t* msg, unsigned char* rdata,
                unsigned int* rdata_len, void*) {
-  if (!g_requestSeen) {
-    unsigned channel = msg->orig_channel ? msg->orig_channel->channel_num
-                                         : msg->channel;
+  unsigned channel = msg->orig_channel ? msg->orig_channel->channel_num
+                                       : msg->channel;
+  simbmc::Replay* replay = g_bmc->ReplayMode();
+  if (replay != nullptr && !replay->Lan() && channel == kSystemInterfaceChannel) {
+    // The system interface: each request is the program's own attempt.
+    g_requestSeen = false;
     char head[64];
     std::snprintf(head, sizeof(head), "req ch=%u %02x %02x", channel,
                   msg->netfn, msg->cmd);
     g_host->Log(head + Bytes(msg->data, msg->len));
-    simbmc::Replay* replay = g_bmc->ReplayMode();
-    if (replay != nullptr) {
-      // The system interface: each request is the program's own attempt.
-      simbmc::ReplayAnswer answer = Replayed(replay, channel, msg, 0);
-      g_dropReply = answer.kind == simbmc::ReplayAnswer::kNoAnswer;
-      rdata[0] = g_dropReply ? 0xFF : answer.cc;
-      std::memcpy(rdata + 1, answer.data.data(), answer.data.size());
-      *rdata_len = static_cast<unsigned>(1 + answer.data.size());
-      return;
-    }
+    simbmc::ReplayAnswer answer = Replayed(replay, channel, msg, 0);
+    g_dropReply = answer.kind == simbmc::ReplayAnswer::kNoAnswer;
+    rdata[0] = g_dropReply ? 0xFF : answer.cc;
+    std::memcpy(rdata + 1, answer.data.data(), answer.data.size());
+    *rdata_len = static_cast<unsigned>(1 + answer.data.size());
+    return;
+  }
+  if (!g_requestSeen) {
+    char head[64];
+    std::snprintf(head, sizeof(head), "req ch=%u %02x %02x", channel,
+                  msg->netfn, msg->cmd);
+    g_host->Log(head + Bytes(msg->data, msg->len));
     unsigned char cc = 0;
     simbmc::Hook hook = g_bmc->Intercept(msg->netfn, msg->cmd, &cc);
     if (hook != simbmc::Hook::kNone) {

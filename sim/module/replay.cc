@@ -73,6 +73,7 @@ std::string Replay::Load(const std::string& path) {
   std::string line;
   if (!std::getline(in, line) || line.compare(0, 20, "vrxfwul-recording 1 ") != 0)
     return path + " is no recording of format 1";
+  const bool lan = line.compare(20, 3, "lan") == 0;
   std::vector<Entry> entries;
   int number = 1;
   bool open = false;  // the last entry still waits for its outcome
@@ -124,6 +125,7 @@ std::string Replay::Load(const std::string& path) {
     // "none" and anything else: no answer.
   }
   entries_ = entries;
+  lan_ = lan;
   next_ = 0;
   used_ = 0;
   std::memset(written_, 0, sizeof(written_));
@@ -142,6 +144,12 @@ bool Replay::Matches(const Entry& e, uint8_t netfn, uint8_t cmd,
   }
   return e.data.size() == len &&
          (len == 0 || std::memcmp(e.data.data(), data, len) == 0);
+}
+
+bool Replay::Knows(uint8_t netfn, uint8_t cmd) const {
+  for (const Entry& e : entries_)
+    if (e.netfn == netfn && e.cmd == cmd) return true;
+  return false;
 }
 
 void Replay::NoteUriWrite(uint8_t netfn, uint8_t cmd, const uint8_t* data,

@@ -9,6 +9,9 @@
 // with what this run wrote at those places (inverted for mask=uri-other,
 // so the program sees a mismatch again). A request the recording does not
 // have gets completion code 0xD5.
+//
+// Answers go out at once: the recorded gaps are not waited for. The
+// program's own waits and its clock decide its timing, not the BMC's.
 #ifndef VRX_SIM_REPLAY_H_
 #define VRX_SIM_REPLAY_H_
 
@@ -30,6 +33,11 @@ class Replay {
   std::string Load(const std::string& path);
   void Stop() { active_ = false; }
   bool Active() const { return active_; }
+  // A LAN recording answers the LAN channels only, a KCS one the system
+  // interface only; the other side keeps the normal simulator.
+  bool Lan() const { return lan_; }
+  // Whether any recorded request has this NetFn and command.
+  bool Knows(uint8_t netfn, uint8_t cmd) const;
   // Attempts in the recording and how many were used so far.
   size_t Size() const { return entries_.size(); }
   size_t Used() const { return used_; }
@@ -55,6 +63,7 @@ class Replay {
                     unsigned len);
 
   bool active_ = false;
+  bool lan_ = false;
   std::vector<Entry> entries_;
   size_t next_ = 0;
   size_t used_ = 0;
