@@ -273,8 +273,12 @@ int RunMain(int argc, char** argv) {
     rc = ParseCommandArguments(argc, argv, fileList, &fileCount);
   // -record: refused like the log, before any request goes to the BMC.
   if (rc == RC_SUCCESS && RecordFileName()[0] != '\0') {
-    const std::string refusal =
-        OpenRequestRecording(RecordFileName(), fileList, fileCount);
+    const sLanTargetTag lan = CurrentLanTarget();
+    const bool overLan = G_EnableIPMILan == 1;
+    const std::string refusal = OpenRequestRecording(
+        RecordFileName(), fileList, fileCount,
+        overLan ? (lan.pchHost != nullptr ? lan.pchHost : "") : nullptr,
+        overLan ? lan.pchInterface : nullptr);
     if (!refusal.empty()) {
       G_pOutputMessageHandle->RedirectMessage(
           eRedirectError, "   %s: %s\n", RecordFileName(), refusal.c_str());

@@ -10,8 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "ipmi/ipmi_exec.h"
-#include "ipmi/lan_transport.h"
 #include "ipmi/request_trace.h"
 #include "output/output.h"
 #include "platform/platform.h"
@@ -134,21 +132,20 @@ std::string Refusal(const char* path, char* const* images, int imageCount,
   return "";
 }
 
-std::string HeaderLine() {
+// The user name and the password stay out: only where the BMC was.
+std::string HeaderLine(const char* lanHost, const char* lanInterface) {
   std::string line = "vrxfwul-recording 1 ";
-  if (G_EnableIPMILan != 1) return line + "kcs";
-  const sLanTargetTag target = CurrentLanTarget();
-  // The user name and the password stay out: only where the BMC was.
-  line += "lan host=" + Escaped(target.pchHost != nullptr ? target.pchHost : "");
-  line += " interface=" +
-          Escaped(target.pchInterface != nullptr ? target.pchInterface : "");
+  if (lanHost == nullptr) return line + "kcs";
+  line += "lan host=" + Escaped(lanHost);
+  line += " interface=" + Escaped(lanInterface != nullptr ? lanInterface : "");
   return line;
 }
 
 }  // namespace
 
 std::string OpenRequestRecording(const char* path, char* const* images,
-                                 int imageCount) {
+                                 int imageCount, const char* lanHost,
+                                 const char* lanInterface) {
   CloseRequestRecording();
   struct stat before;
   bool exists = false;
@@ -180,7 +177,7 @@ std::string OpenRequestRecording(const char* path, char* const* images,
   g_recording = Recording();
   g_recording.fd = fd;
   g_recording.startMs = NowMs();
-  WriteLine(HeaderLine());
+  WriteLine(HeaderLine(lanHost, lanInterface));
   return "";
 }
 

@@ -44,11 +44,13 @@
 
 #include "types.h"
 
-// Opens path and writes the header line (the transport as chosen by the
-// options). images are the -i names. Returns "" when recording, otherwise
-// why path is refused, e.g. "is a symbolic link; ...".
+// Opens path and writes the header line: KCS when lanHost is null, else
+// the LAN with that host and interface. images are the -i names. Returns
+// "" when recording, otherwise why path is refused, e.g. "is a symbolic
+// link; ...".
 std::string OpenRequestRecording(const char* path, char* const* images,
-                                 int imageCount);
+                                 int imageCount, const char* lanHost,
+                                 const char* lanInterface);
 // Ends the recording (nothing without one).
 void CloseRequestRecording();
 bool RequestRecordingOpen();

@@ -33,7 +33,11 @@ class RecordTest : public IpmiTest {
   }
   std::string Open(const std::string& path, char* const* images = nullptr,
                    int count = 0) {
-    return OpenRequestRecording(path.c_str(), images, count);
+    // As the driver does it: the LAN target when the LAN is chosen.
+    const sLanTargetTag lan = CurrentLanTarget();
+    return OpenRequestRecording(path.c_str(), images, count,
+                                G_EnableIPMILan == 1 ? lan.pchHost : nullptr,
+                                lan.pchInterface);
   }
   int Send(uint8_t netfn, uint8_t cmd, const std::vector<uint8_t>& data,
            uint8_t retries = 2) {
