@@ -9,6 +9,7 @@ packages=(
   ipmitool openipmi libopenipmi-dev
   fdisk util-linux dosfstools mtools
   iproute2 busybox curl python3 python3-pyftpdlib
+  faketime   # a fixed, stepping clock for the record-and-replay test
   dpkg-dev lintian mandoc man-db
   qemu-system-x86 kmod   # full-system guest (its kernel: apt-get download)
   ansible-core ansible-lint

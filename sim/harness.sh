@@ -17,6 +17,9 @@
 #   --bmc "CMD"       a console command for the BMC at start, e.g.
 #                     --bmc "set product_name Stratovex Z3100" (repeatable;
 #                     "vrx " is prepended); for every BMC of a rack
+#   --replay FILE     the BMC answers from a vrxfwul -record file (path
+#                     without blanks), from when COMMAND starts: the
+#                     harness's own probes are answered as usual
 #   --count N         N simulated BMCs (1-50, default 1)
 #   --bmc-at K "CMD"  like --bmc, for BMC K (1..N) only, after the --bmc ones,
 #                     e.g. --bmc-at 3 "set version 1 0x40 0"
@@ -56,6 +59,7 @@ count=1
 # From the environment, not an option, so that no process listing shows it.
 SIM_PASSWORD=${VRX_SIM_BMC_PASSWORD:-secret}
 ipmitool_n=""
+replay_file=""
 ipmitool_r=""
 timeout_s=600
 keep=0
@@ -76,6 +80,9 @@ while [ $# -gt 0 ]; do
     --servers) servers=$2; shift 2 ;;
     --serve) serve+=("$2"); shift 2 ;;
     --bmc) bmc_cmds+=("$2"); shift 2 ;;
+    --replay)
+      [ -f "$2" ] || die "--replay: no such file $2"
+      replay_file=$(realpath "$2"); shift 2 ;;
     --count) count=$2; shift 2 ;;
     --bmc-at) bmc_at+=("$2" "$3"); shift 3 ;;
     --ipmitool-timeouts) ipmitool_n=$2; ipmitool_r=$3; shift 3 ;;
@@ -296,6 +303,12 @@ if [ "$count" -gt 1 ]; then
 fi
 export VRX_SIM_LIBDIR=$build/sim/kcs
 export PATH="$build/sim:$PATH"
+if [ -n "$replay_file" ]; then
+  for ((i = 0; i < count; i++)); do
+    vrx-simctl -p "${bmc_consoles[$i]}" "vrx replay $replay_file" ||
+      die "BMC $((i + 1)) refused the recording $replay_file"
+  done
+fi
 
 # In the background so that a signal to the harness is handled at once;
 # standard input stays the harness's own.

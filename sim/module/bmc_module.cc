@@ -189,9 +189,68 @@ void SendCompletionCode(channel_t* chan, msg_t* msg, unsigned char cc) {
   chan->return_rsp(chan, msg, &rsp);
 }
 
+// What ipmitool sends on its own (the session, the PICMG and HPM.x probes
+// of group extension 0x2C); a recording of the program holds none of them
+// unless the program sent such a request itself, so the simulator answers.
+bool IsToolOwnRequest(const msg_t* msg, const simbmc::Replay* replay) {
+  const bool own = (msg->netfn == 0x06 && ((msg->cmd >= 0x38 && msg->cmd <= 0x3C) ||
+                                           msg->cmd == 0x54)) ||
+                   msg->netfn == 0x2C;
+  return own && !replay->Knows(static_cast<uint8_t>(msg->netfn),
+                               static_cast<uint8_t>(msg->cmd));
+}
+
+constexpr unsigned kSystemInterfaceChannel = 15;
+
+// ipmitool opens every session with a Get Device ID of its own, before the
+// program's request: the simulator answers that first one, as it did while
+// the run was recorded.
+uint32_t g_probedSession = 0;
+bool g_probedAny = false;
+bool IsSessionProbe(const msg_t* msg) {
+  if (msg->netfn != 0x06 || msg->cmd != 0x01) return false;
+  if (g_probedAny && g_probedSession == msg->sid) return false;
+  g_probedAny = true;
+  g_probedSession = msg->sid;
+  return true;
+}
+
+simbmc::ReplayAnswer Replayed(simbmc::Replay* replay, unsigned channel,
+                              msg_t* msg, uint32_t session) {
+  simbmc::ReplayAnswer answer =
+      replay->Answer(static_cast<uint8_t>(msg->netfn),
+                     static_cast<uint8_t>(msg->cmd), msg->data, msg->len, session);
+  if (answer.kind == simbmc::ReplayAnswer::kUnknown) {
+    char head[80];
+    std::snprintf(head, sizeof(head), "replay-unknown ch=%u %02x %02x", channel,
+                  msg->netfn, msg->cmd);
+    g_host->Log(head + Bytes(msg->data, msg->len) +
+                " (not in the recording: cc d5)");
+  }
+  return answer;
+}
+
 int OnRequest(channel_t* chan, msg_t* msg) {
   g_host->Log(Head("req", chan, msg->netfn, msg->cmd) +
               Bytes(msg->data, msg->len));
+  simbmc::Replay* replay = g_bmc->ReplayMode();
+  if (replay != nullptr && replay->Lan() && !IsToolOwnRequest(msg, replay) &&
+      !IsSessionProbe(msg)) {
+    simbmc::ReplayAnswer answer = Replayed(replay, chan->channel_num, msg, msg->sid);
+    if (answer.kind == simbmc::ReplayAnswer::kNoAnswer) {
+      g_host->Log(Head("drop", chan, msg->netfn, msg->cmd));
+      return 1;
+    }
+    std::vector<unsigned char> data = {answer.cc};
+    data.insert(data.end(), answer.data.begin(), answer.data.end());
+    rsp_msg_t rsp;
+    rsp.netfn = static_cast<uint8_t>(msg->netfn | 1);
+    rsp.cmd = msg->cmd;
+    rsp.data = data.data();
+    rsp.data_len = static_cast<unsigned short>(data.size());
+    chan->return_rsp(chan, msg, &rsp);
+    return 1;
+  }
   unsigned char cc = 0;
   simbmc::Hook hook = g_bmc->Intercept(msg->netfn, msg->cmd, &cc);
   if (hook == simbmc::Hook::kDrop) {
@@ -226,9 +285,24 @@ int OnResponse(channel_t* chan, msg_t* msg, rsp_msg_t* rsp) {
 
 void OnCommand(lmc_data_t*, msg_t* msg, unsigned char* rdata,
                unsigned int* rdata_len, void*) {
+  unsigned channel = msg->orig_channel ? msg->orig_channel->channel_num
+                                       : msg->channel;
+  simbmc::Replay* replay = g_bmc->ReplayMode();
+  if (replay != nullptr && !replay->Lan() && channel == kSystemInterfaceChannel) {
+    // The system interface: each request is the program's own attempt.
+    g_requestSeen = false;
+    char head[64];
+    std::snprintf(head, sizeof(head), "req ch=%u %02x %02x", channel,
+                  msg->netfn, msg->cmd);
+    g_host->Log(head + Bytes(msg->data, msg->len));
+    simbmc::ReplayAnswer answer = Replayed(replay, channel, msg, 0);
+    g_dropReply = answer.kind == simbmc::ReplayAnswer::kNoAnswer;
+    rdata[0] = g_dropReply ? 0xFF : answer.cc;
+    std::memcpy(rdata + 1, answer.data.data(), answer.data.size());
+    *rdata_len = static_cast<unsigned>(1 + answer.data.size());
+    return;
+  }
   if (!g_requestSeen) {
-    unsigned channel = msg->orig_channel ? msg->orig_channel->channel_num
-                                         : msg->channel;
     char head[64];
     std::snprintf(head, sizeof(head), "req ch=%u %02x %02x", channel,
                   msg->netfn, msg->cmd);

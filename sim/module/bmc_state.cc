@@ -891,6 +891,19 @@ std::string Bmc::Command(const std::vector<std::string>& w) {
     faults_[key] = fault;
     return "";
   }
+  if (verb == "replay") {
+    // replay FILE | replay off
+    if (w.size() != 2) return "** replay FILE|off\n";
+    if (w[1] == "off") {
+      replay_.Stop();
+      Record("replay off");
+      return "";
+    }
+    const std::string why = replay_.Load(w[1]);
+    if (!why.empty()) return "** replay: " + why + "\n";
+    Record("replay " + std::to_string(replay_.Size()) + " attempts from " + w[1]);
+    return "";
+  }
   if (verb == "status_seq") {
     // status_seq clear | status_seq CODE[/PERCENT][@MS] ...
     unsigned long code = 0, count = 0;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "image_header.h"
+#include "replay.h"
 
 namespace simbmc {
 
@@ -52,6 +53,9 @@ class Bmc {
               Reply* reply);
   void Tick();
   bool IsDown() const { return down_; }
+  // Replay mode ("vrx replay FILE"): while active, the glue answers every
+  // request from it instead of from this state machine.
+  Replay* ReplayMode() { return replay_.Active() ? &replay_ : nullptr; }
 
   // Console command (words already split); returns text for the console.
   std::string Command(const std::vector<std::string>& words);
@@ -183,6 +187,7 @@ class Bmc {
   std::vector<ScriptStep> script_;
 
   std::map<uint16_t, Fault> faults_;
+  Replay replay_;
 };
 
 }  // namespace simbmc

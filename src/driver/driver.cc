@@ -18,6 +18,7 @@
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
 #include "ipmi/request_kind.h"
+#include "ipmi/request_record.h"
 #include "output/history.h"
 #include "output/output.h"
 #include "output/update_package.h"
@@ -323,6 +324,20 @@ int RunMain(int argc, char** argv) {
   // Options, the settings report, the channel and the BMC search.
   if (rc == RC_SUCCESS)
     rc = ParseCommandArguments(argc, argv, fileList, &fileCount);
+  // -record: refused like the log, before any request goes to the BMC.
+  if (rc == RC_SUCCESS && RecordFileName()[0] != '\0') {
+    const sLanTargetTag lan = CurrentLanTarget();
+    const bool overLan = G_EnableIPMILan == 1;
+    const std::string refusal = OpenRequestRecording(
+        RecordFileName(), fileList, fileCount,
+        overLan ? (lan.pchHost != nullptr ? lan.pchHost : "") : nullptr,
+        overLan ? lan.pchInterface : nullptr);
+    if (!refusal.empty()) {
+      G_pOutputMessageHandle->RedirectMessage(
+          eRedirectError, "   %s: %s\n", RecordFileName(), refusal.c_str());
+      rc = RC_FILE_ERROR;
+    }
+  }
   if (rc == RC_SUCCESS)
     G_pOutputMessageHandle->OutuptUtilityConfiguration(
         G_pConfigHandle->GetSettings());
@@ -374,6 +389,7 @@ int RunMain(int argc, char** argv) {
   // Every run that may have changed the BMC leaves a record of itself.
   if (StateChangingRequestSent()) RecordInHistory(source, finalRc, runStart);
   UnlockTheBmc();
+  CloseRequestRecording();
   MainDestructor();
   return finalRc;
 }

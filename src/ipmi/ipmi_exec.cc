@@ -6,6 +6,7 @@
 #include "ipmi/kcs_transport.h"
 #include "ipmi/lan_transport.h"
 #include "ipmi/request_kind.h"
+#include "ipmi/request_record.h"
 #include "ipmi/request_trace.h"
 #include "output/output.h"
 #include "platform/platform.h"
@@ -67,12 +68,15 @@ int TKCSDriverAPI::DoIPMICommand(unsigned char netFnLun, unsigned char command,
       G_pOutputMessageHandle->RedirectMessage(eRedirectDebug, "   Retry %d\n",
                                               attempt);
     LogRequestData(slaveAddress, netFnLun, command, record);
+    RecordRequestAttempt(slaveAddress, netFnLun, command, record, attempt);
     status = SendReqGetResp(slaveAddress, netFnLun, command, record);
     record->u8CompletionCode =
         pTalkBMC != nullptr ? pTalkBMC->CompletionCode() : 0xFF;
     if (status != 0) {
+      RecordNoAnswer(status);
       LogErrorResponseData(status, record);
     } else {
+      RecordAnswer(record);
       LogResponseData(record);
       if (record->u8CompletionCode == u8ExpectedCompletionCode ||
           record->u8CompletionCode == 0x00)

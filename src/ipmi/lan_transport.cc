@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "ipmi/request_record.h"
 #include "ipmi/request_trace.h"
 #include "output/output.h"
 #include "platform/platform.h"
@@ -25,18 +26,13 @@ std::string Text(const char* text) { return text != nullptr ? text : ""; }
 
 sLanTargetTag (*g_targetSource)() = nullptr;
 
-sLanTargetTag CurrentTarget() {
-  if (g_targetSource != nullptr) return g_targetSource();
-  return sLanTargetTag{nullptr, nullptr, nullptr, nullptr};
-}
-
 // The request as an argument vector. The password never joins it: ipmitool
 // reads it from IPMI_PASSWORD (its -E option), so no process listing shows
 // it. *shown gets the same words as the trace prints them.
 platform::ProcessSpec BuildRequest(unsigned char netFnLun, unsigned char command,
                                    const sIPMIReqRespTag* record,
                                    std::string* shown) {
-  const sLanTargetTag target = CurrentTarget();
+  const sLanTargetTag target = CurrentLanTarget();
   platform::ProcessSpec spec;
   std::vector<std::string>& argv = spec.argv;
   argv.push_back(kToolName);
@@ -121,8 +117,9 @@ bool ParseResponse(char* output, sIPMIReqRespTag* record) {
 
 // The tool has spoken: retrying would not change its answer. Errors of
 // command 0x02 (a reset dropping the session) are expected.
-int ReportToolError(unsigned char command, const char* output) {
+int ReportToolError(unsigned char command, const char* output, int waitStatus) {
   std::string strLine1 = FirstLine(output);
+  RecordToolError(waitStatus, strLine1);
   G_pOutputMessageHandle->RedirectMessage(
       command == 0x02 ? eRedirectDebug : eRedirectError, "\n   %s\n",
       strLine1.c_str());
@@ -148,11 +145,13 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
     int attempt = record->u8RetryCount - u8Counter;
     if (attempt > 0) out->RedirectMessage(eRedirectDebug, "   Retry %d\n", attempt);
     LogRequestData(0x20, netFnLun, command, record);
+    RecordRequestAttempt(0x20, netFnLun, command, record, attempt);
     std::string shown;
     platform::ProcessSpec spec = BuildRequest(netFnLun, command, record, &shown);
     out->RedirectMessage(eRedirectDebug, "   excute cmd: %s\n", shown.c_str());
     platform::ProcessResult run = platform::GetEnv()->RunProcess(spec);
     if (!run.started) {
+      RecordToolNotRun(false);
       out->RedirectMessage(eRedirectDebug, "   Error to execute command\n");
       // Without a shell nobody else says why nothing answers.
       if (u8Counter == 0)
@@ -162,6 +161,7 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
                              kToolName);
       status = 1;
     } else if (run.timed_out) {
+      RecordToolNotRun(true);
       out->RedirectMessage(eRedirectError, "\n%s",
                            platform::TimeoutLine(spec).c_str());
       return 1;
@@ -172,24 +172,25 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
       // Only a successful run prints an answer; anything else it printed
       // is its reason ("Could not open socket", a user name too long).
       const bool exitedOk = WIFEXITED(run.status) && WEXITSTATUS(run.status) == 0;
-      if (!exitedOk) return ReportToolError(command, achOutput);
+      if (!exitedOk) return ReportToolError(command, achOutput, run.status);
       if (n == 0) {
         record->u8CompletionCode = 0;
         record->u16ResponseLength = 0;
         status = 0;
       } else if (IsToolError(achOutput)) {
-        return ReportToolError(command, achOutput);
+        return ReportToolError(command, achOutput, run.status);
       } else {
         char achParsed[kOutputSize + 1];
         memcpy(achParsed, achOutput, n + 1);
         if (!ParseResponse(achParsed, record)) {
-          return ReportToolError(command, achOutput);
+          return ReportToolError(command, achOutput, run.status);
         }
         status = 0;
       }
     }
     if (status == 0) {
       LogResponseData(record);
+      RecordAnswer(record);
       return 0;
     }
     LogErrorResponseData(status, record);
@@ -202,3 +203,8 @@ int DoIPMILanCommand(unsigned char netFnLun, unsigned char command,
 }
 
 void SetLanTargetSource(sLanTargetTag (*source)()) { g_targetSource = source; }
+
+sLanTargetTag CurrentLanTarget() {
+  if (g_targetSource != nullptr) return g_targetSource();
+  return sLanTargetTag{nullptr, nullptr, nullptr, nullptr};
+}

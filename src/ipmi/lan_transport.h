@@ -22,5 +22,7 @@ struct sLanTargetTag {
 // Where they come from: the update object, which keeps what the user gave,
 // registers itself here (null: every parameter empty).
 void SetLanTargetSource(sLanTargetTag (*source)());
+// The parameters as a request would use them now.
+sLanTargetTag CurrentLanTarget();
 
 #endif  // VRX_IPMI_LAN_TRANSPORT_H_

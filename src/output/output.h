@@ -33,6 +33,11 @@ class TOutputMessageHandle {
   int OpenLogFile(const char* path, int argc, char** argv);
   void CloseLogFile();
   bool HasLogFile() const { return pLogFile != nullptr; }
+  // The log's descriptor (-1 without a log), to tell another file from it.
+  // What stat() says of the open log; false without one.
+  bool LogFileInfo(platform::FileInfo* info) const {
+    return pLogFile != nullptr && pLogFile->Stat(info);
+  }
 
   void SetOutputMode(eOutputModeTag mode);
   eOutputModeTag GetOutputMode() const { return eOutputMode; }

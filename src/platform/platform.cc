@@ -147,6 +147,7 @@ ProcessResult SpawnAndWait(const ProcessSpec& spec) {
 class PosixEnv : public Env {
  public:
   time_t Now() override { return time(nullptr); }
+  long long MonotonicMs() override { return platform::MonotonicMs(); }
   void SleepMs(unsigned ms) override {
     // usleep() may refuse a full second or more; nanosleep has no such limit.
     struct timespec ts;

@@ -65,6 +65,8 @@ class Env {
 
   // time() semantics: whole seconds.
   virtual time_t Now() = 0;
+  // A monotonic clock in milliseconds, for measuring durations only.
+  virtual long long MonotonicMs() = 0;
   virtual void SleepMs(unsigned ms) = 0;
 
   // Runs spec to its end (or its time limit) in a process group of its own,

@@ -36,6 +36,8 @@ class FakeEnv : public platform::Env {
   // Called after the clock moved, e.g. to change a scripted BMC over time.
   std::function<void(unsigned ms)> on_sleep;
   unsigned long long total_sleep_ms = 0;
+  // Added to the monotonic clock, e.g. by a handler that plays a slow answer.
+  unsigned long long extra_ms = 0;
 
   // --- shell ---
   // Results for one exact command line are used in order; the last one is
@@ -77,6 +79,10 @@ class FakeEnv : public platform::Env {
 
   // platform::Env
   time_t Now() override { return now; }
+  // Advances with the sleeps (and extra_ms), from 0.
+  long long MonotonicMs() override {
+    return static_cast<long long>(total_sleep_ms + extra_ms);
+  }
   void SleepMs(unsigned ms) override;
   platform::ProcessResult RunProcess(const platform::ProcessSpec& spec) override;
   int ReadInputChar() override;
