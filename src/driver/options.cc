@@ -9,6 +9,7 @@
 #include "bmc/bmc_handle.h"
 #include "driver/config.h"
 #include "common/return_code.h"
+#include "common/secret_text.h"
 #include "ipmi/ipmi_exec.h"
 #include "ipmi/lan_transport.h"
 #include "output/output.h"
@@ -353,9 +354,16 @@ bool IsPasswordArgument(const char* arg) {
   return arg != nullptr && arg[0] == '-' && arg[1] == 'P' && arg[2] == '=';
 }
 
-// The argument as it may be shown or logged: a password never is.
-const char* Shown(const char* arg) {
-  return IsPasswordArgument(arg) ? kMaskedPassword : arg;
+bool IsUriArgument(const char* arg) {
+  return arg != nullptr && strncmp(arg, "-uri=", 5) == 0;
+}
+
+// The argument as it may be shown or logged: a password never is, neither
+// -P's nor one in the user part of -uri.
+std::string Shown(const char* arg) {
+  if (IsPasswordArgument(arg)) return kMaskedPassword;
+  if (IsUriArgument(arg)) return std::string("-uri=") + MaskUriPassword(arg + 5);
+  return arg != nullptr ? arg : "";
 }
 
 // Blanks the password in the process's own argument vector, so that no
@@ -365,6 +373,13 @@ void ScrubPasswordArguments(int argc, char** argv) {
     if (!IsPasswordArgument(argv[i])) continue;
     char* value = argv[i] + 3;
     memset(value, 0, strlen(value));
+  }
+  // The URI has been copied; its password, if any, is starred out in place.
+  for (int i = 1; i < argc; ++i) {
+    if (!IsUriArgument(argv[i])) continue;
+    size_t begin = 0, end = 0;
+    if (!UriPasswordSpan(argv[i] + 5, &begin, &end)) continue;
+    for (size_t k = begin; k < end; ++k) argv[i][5 + k] = '*';
   }
 }
 
@@ -412,8 +427,10 @@ int ParseCommandArguments(int argc, char** argv, char** fileList,
 
   // Opened even after an error, so that the error reaches the log; the
   // command line is logged with the password masked.
+  std::vector<std::string> shownText;
+  for (int i = 0; i < argc; ++i) shownText.push_back(Shown(argv[i]));
   std::vector<char*> shownArgs;
-  for (int i = 0; i < argc; ++i) shownArgs.push_back(const_cast<char*>(Shown(argv[i])));
+  for (std::string& text : shownText) shownArgs.push_back(&text[0]);
   const char* logRefusal =
       g_bLogNameAccepted ? LogFileRefusal(achLogName, fileList,
                                           fileCount != nullptr ? *fileCount : 0)

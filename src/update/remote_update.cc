@@ -3,7 +3,10 @@
 // each one read back to make sure that it took.
 #include <string.h>
 
+#include <string>
+
 #include "common/run_state.h"
+#include "common/secret_text.h"
 #include "ipmi/commands.h"
 #include "ipmi/ipmi_exec.h"
 #include "output/output.h"
@@ -76,11 +79,12 @@ int AssignByteOnce(int (*set)(unsigned char), int (*get)(unsigned char*),
   return 1;
 }
 
-// Prints a counted buffer from its length byte on, never past its end.
+// Prints a counted buffer from its length byte on, never past its end, and
+// never a password in the URI's user part.
 void PrintCountedBuffer(const char* buffer) {
   const size_t length = strnlen(buffer, kCountedBufferSize);
-  Out().RedirectMessage(eRedirectDebug, "pai8SetBuffer = %.*s\n",
-                        static_cast<int>(length), buffer);
+  const std::string shown = MaskUriPassword(std::string(buffer, length));
+  Out().RedirectMessage(eRedirectDebug, "pai8SetBuffer = %s\n", shown.c_str());
 }
 
 // Length byte plus characters are compared; the count is the length byte
