@@ -15,13 +15,10 @@
 
 namespace {
 
-const uint8_t kNetFnOEM = 0x30;
 const uint8_t kCmdGetConfig = 0x02;
 const uint8_t kCmdSetConfig = 0x03;
-const uint8_t kCIDRemoteUpdate = 0x10;
-const uint8_t kAIDURI = 0x03;
-const size_t kSetHeaderLength = 7;
-const size_t kGetHeaderLength = 4;
+const size_t kSetHeaderLength = kUriSetHeaderLength;
+const size_t kGetHeaderLength = kUriGetHeaderLength;
 const size_t kStoreSize = 256;  // offsets of the URI item are 16 bits
 
 struct Recording {
@@ -80,13 +77,6 @@ std::string Escaped(const std::string& text) {
     }
   }
   return out;
-}
-
-bool IsUriItem(unsigned char netFnLun, unsigned char command,
-               const uint8_t* data, size_t length) {
-  return (netFnLun >> 2) == kNetFnOEM &&
-         (command == kCmdSetConfig || command == kCmdGetConfig) &&
-         length >= 3 && data[1] == kCIDRemoteUpdate && data[2] == kAIDURI;
 }
 
 // "T KIND S.A" of the attempt in progress.
@@ -184,7 +174,7 @@ void RecordRequestAttempt(unsigned char slaveAddress, unsigned char netFnLun,
   const uint8_t* data = record->au8RequestData;
   const size_t length =
       BoundedLength(record->u16RequestDataLength, sizeof(record->au8RequestData));
-  const bool uri = IsUriItem(netFnLun, command, data, length);
+  const bool uri = IsUriItem(netFnLun, command, data, static_cast<unsigned>(length));
   r.readsUri = uri && command == kCmdGetConfig && length >= 6;
   r.uriOffset = r.readsUri ? data[4] | (data[5] << 8) : 0;
   std::string line = Head("req", r.requestMs) + " sa=" + Hex(slaveAddress) +

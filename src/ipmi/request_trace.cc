@@ -6,8 +6,39 @@
 #include "platform/platform.h"
 #include "platform/signals.h"
 
+namespace {
+
+const unsigned char kNetFnOEM = 0x30;
+const unsigned char kCmdGet = 0x02;
+const unsigned char kCmdSet = 0x03;
+const unsigned char kCIDRemoteUpdate = 0x10;
+const unsigned char kAIDURI = 0x03;
+
+unsigned g_secretBegin = 0;
+unsigned g_secretEnd = 0;
+// The store offset of the URI bytes the last traced Get asked for, or -1.
+int g_uriGetOffset = -1;
+
+bool IsSecret(int storeOffset) {
+  return storeOffset >= 0 && static_cast<unsigned>(storeOffset) >= g_secretBegin &&
+         static_cast<unsigned>(storeOffset) < g_secretEnd;
+}
+
+}  // namespace
+
 unsigned BoundedLength(unsigned length, unsigned capacity) {
   return length < capacity ? length : capacity;
+}
+
+bool IsUriItem(unsigned char netFnLun, unsigned char command,
+               const unsigned char* data, unsigned length) {
+  return (netFnLun >> 2) == kNetFnOEM && (command == kCmdSet || command == kCmdGet) &&
+         length >= 3 && data[1] == kCIDRemoteUpdate && data[2] == kAIDURI;
+}
+
+void SetSecretUriSpan(unsigned begin, unsigned end) {
+  g_secretBegin = begin;
+  g_secretEnd = end;
 }
 
 void LogRequestData(unsigned char slaveAddress, unsigned char netFnLun,
@@ -22,8 +53,18 @@ void LogRequestData(unsigned char slaveAddress, unsigned char netFnLun,
                        record->u16RequestDataLength);
   unsigned count =
       BoundedLength(record->u16RequestDataLength, sizeof(record->au8RequestData));
-  for (unsigned i = 0; i < count; ++i)
-    out->RedirectMessage(eRedirectDebug, " 0x%02X", record->au8RequestData[i]);
+  const unsigned char* data = record->au8RequestData;
+  const bool uri = IsUriItem(netFnLun, command, data, count);
+  const bool uriSet = uri && command == kCmdSet && count >= kUriSetHeaderLength;
+  g_uriGetOffset = uri && command == kCmdGet && count >= 6 ? data[4] | (data[5] << 8) : -1;
+  const int setOffset = uriSet ? data[4] | (data[5] << 8) : 0;
+  for (unsigned i = 0; i < count; ++i) {
+    if (uriSet && i >= kUriSetHeaderLength &&
+        IsSecret(setOffset + static_cast<int>(i - kUriSetHeaderLength)))
+      out->RedirectMessage(eRedirectDebug, " 0x**");
+    else
+      out->RedirectMessage(eRedirectDebug, " 0x%02X", data[i]);
+  }
   out->RedirectMessage(eRedirectDebug, "\n");
 }
 
@@ -36,8 +77,13 @@ void LogResponseData(const sIPMIReqRespTag* record) {
   out->RedirectMessage(eRedirectDebug, "   Response Data:");
   unsigned count =
       BoundedLength(record->u16ResponseLength, sizeof(record->au8ResponseData));
-  for (unsigned i = 0; i < count; ++i)
-    out->RedirectMessage(eRedirectDebug, " 0x%02x", record->au8ResponseData[i]);
+  for (unsigned i = 0; i < count; ++i) {
+    if (g_uriGetOffset >= 0 && i >= kUriGetHeaderLength &&
+        IsSecret(g_uriGetOffset + static_cast<int>(i - kUriGetHeaderLength)))
+      out->RedirectMessage(eRedirectDebug, " 0x**");
+    else
+      out->RedirectMessage(eRedirectDebug, " 0x%02x", record->au8ResponseData[i]);
+  }
   out->RedirectMessage(eRedirectDebug, "\n");
 }
 

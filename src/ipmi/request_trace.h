@@ -13,6 +13,17 @@ void LogErrorResponseData(int status, const sIPMIReqRespTag* record);
 // Number of bytes of a record field of capacity bytes that length may cover.
 unsigned BoundedLength(unsigned length, unsigned capacity);
 
+// The remote-update URI item of the settings store: its Set requests carry
+// URI bytes after a 7-byte header, its Get answers after a 4-byte header.
+// True for a Get or Set of that item.
+constexpr unsigned kUriSetHeaderLength = 7;
+constexpr unsigned kUriGetHeaderLength = 4;
+bool IsUriItem(unsigned char netFnLun, unsigned char command,
+               const unsigned char* data, unsigned length);
+// The store offsets [begin, end) of a password in the URI's user part; the
+// trace shows those bytes as "0x**". (0, 0): none.
+void SetSecretUriSpan(unsigned begin, unsigned end);
+
 // Sleeps through the platform clock, so tests never wait. Returns 0.
 int DelayMS(unsigned int ms);
 

@@ -3,8 +3,11 @@
 #include <string.h>
 
 #include <new>
+#include <string>
 
+#include "common/secret_text.h"
 #include "ipmi/lan_transport.h"
+#include "ipmi/request_trace.h"
 #include "update/firmware_update.h"
 #include "usb/write_firmware.h"
 
@@ -33,6 +36,7 @@ int FwUpdateConstructor() {
 int FwUpdateDestructor() {
   SetLanTargetSource(nullptr);
   SetUSBDeviceMinSizeMB(0);
+  SetSecretUriSpan(0, 0);
   delete G_pFirmwareUpdate;
   G_pFirmwareUpdate = nullptr;
   return 0;
@@ -65,6 +69,12 @@ void TFirmwareUpdate::SetURI(const char* uri) {
   if (length > sizeof(achURI) - 1) length = sizeof(achURI) - 1;
   memcpy(achURI + 1, uri, length);
   pchURI = achURI;
+  // The URI lies in the store after its length byte.
+  size_t begin = 0, end = 0;
+  if (UriPasswordSpan(std::string(achURI + 1, length), &begin, &end))
+    SetSecretUriSpan(static_cast<unsigned>(begin + 1), static_cast<unsigned>(end + 1));
+  else
+    SetSecretUriSpan(0, 0);
 }
 
 namespace {

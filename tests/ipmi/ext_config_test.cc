@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "ipmi/commands.h"
+#include "ipmi/request_trace.h"
 #include "ipmi_fixture.h"
 
 namespace ipmi_testing {
@@ -287,6 +288,25 @@ TEST_F(ExtConfigTest, UriOf25CharactersIsWrittenInThreeChunks) {
   EXPECT_EQ(std::vector<uint8_t>(buffer.begin() + 20, buffer.begin() + 26),
             std::vector<uint8_t>(sets[2].data.begin() + 7, sets[2].data.end()));
   EXPECT_EQ(StoredBytes(buffer, 26), bmc.ConfigItem(0x10, 0x03, 0));
+}
+
+TEST_F(ExtConfigTest, APasswordInTheUriNeverReachesTheTrace) {
+  // "ftp://bob:s3cret@h/f": the password is at URI 10..15, store 11..16.
+  const std::string uri = "ftp://bob:s3cret@h/f";
+  SetSecretUriSpan(11, 17);
+  std::vector<char> buffer = Counted(uri);
+  ASSERT_EQ(0, SetURIConfig(buffer.data()));
+  std::vector<char> read(256, 0);
+  ASSERT_EQ(0, GetURIConfig(read.data()));
+  SetSecretUriSpan(0, 0);
+  EXPECT_EQ(buffer, read);  // the BMC got the URI as it is
+  const std::string log = Log();
+  EXPECT_EQ(std::string::npos, log.find("0x73 0x33 0x63"));  // "s3c", written
+  EXPECT_EQ(std::string::npos, log.find("0x73 0x33"));       // nor read back
+  EXPECT_EQ(std::string::npos, log.find("0x72 0x65 0x74"));  // "ret"
+  EXPECT_NE(std::string::npos, log.find("0x3A 0x** 0x** 0x** 0x** 0x** 0x** 0x40"))
+      << log;  // ':' ****** '@' in the request trace
+  EXPECT_NE(std::string::npos, log.find(" 0x** 0x** 0x** 0x** 0x** 0x** 0x40"));
 }
 
 TEST_F(ExtConfigTest, UriOf25CharactersIsReadBack) {
