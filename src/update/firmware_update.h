@@ -1,6 +1,11 @@
 // The update procedures: the three-phase and the virtual-USB update from an
 // image file, the remote update from a URI, status polling and the BMC
-// reset and wait.
+// reset and wait. Each group below names the file that implements it; the
+// steps the procedures share are in update_steps.h.
+//
+// Results are return codes (types.h): 0 for success, else the failing
+// step's code, with RC_RETRY_LIMIT or RC_TIMEOUT_LIMIT added where the step
+// ran out of attempts or time. An interrupted run ends in 128 + signal.
 #ifndef VRX_UPDATE_FIRMWARE_UPDATE_H_
 #define VRX_UPDATE_FIRMWARE_UPDATE_H_
 
@@ -12,7 +17,8 @@ class TFirmwareUpdate {
  public:
   TFirmwareUpdate();
 
-  // Settings and credentials.
+  // Settings and credentials (firmware_update_settings.cc). The text
+  // setters give 0, or -1 for a value longer than its field (left empty).
   void SetClearPsMode(bool on) { bClearPsMode = on; }
   bool GetClearPsMode() const { return bClearPsMode; }
   void SetUSBDeviceMinSize(const sImageHeaderTag* image);
@@ -30,9 +36,12 @@ class TFirmwareUpdate {
   const char* GetLanIF() const { return achLanIF; }
   void SetFwUpdateSettings(const sProgramSettingsTag* settings);
 
-  // Three-phase update over the system interface.
+  // Three-phase update over the system interface (three_phase_update.cc).
   int DoFwUpdate(const char* deviceName, const sImageHeaderTag* image);
+  // Phase 1 until the BMC answers "in progress": 0, or the phase-1 code;
+  // RC_TIMEOUT_LIMIT + RC_PHASE1_FAILED after the phase-one waiting time.
   int RequestAFwUpdate(uint8_t sizeMiB);
+  // Phase 2 until it succeeds: 0, or RC_TIMEOUT_LIMIT + RC_PHASE2_FAILED.
   int AskBMCIfUSBIsReady();
   int DetectUSBDevice();
   int CopyFwImageFile(const char* path);
@@ -40,14 +49,19 @@ class TFirmwareUpdate {
   int TransferringFwImageFileIsDone();
   int CheckFwUpdateStatus();
 
-  // Status polling.
+  // Status polling (status_polling.cc). The polls end in 0 when the task
+  // completed, RC_FW_UPDATE_FAILED for a failure status, the request's
+  // code, or RC_TIMEOUT_LIMIT + RC_FW_UPDATE_FAILED after the waiting time.
+  // The verdict of a status code (0 running or finished, 1 failed, 42
+  // unknown) and its
+  // text, which must hold 64 bytes.
   int CheckStatusCode(uint8_t code, char* text);
   int DoGetFwUpdateStatus();
   int DoUSBGetFwUpdateStatus(uint8_t taskId);
   int DoGetRemoteFwUpdateStatus(uint8_t taskId);
   int WaitResetToDefDone(uint8_t taskId);
 
-  // Virtual-USB update.
+  // Virtual-USB update (usb_update.cc): the task, the stick, the copy.
   int DoUSBFwUpdate(const sBMCInformationTag* bmc,
                     const sImageHeaderTag* image);
   int RequestUSBFwUpdateInit(uint8_t* taskId, uint8_t target);
@@ -55,7 +69,10 @@ class TFirmwareUpdate {
   int RequestUSBFwUpdatePhaseTwo(uint8_t taskId);
   int RequestUSBFwUpdateGetStatus(uint8_t taskId, uint8_t* status);
 
-  // Remote URI update.
+  // Remote URI update (remote_update.cc). Each assign step writes, reads
+  // back and compares: 0, or RC_RETRY_LIMIT + its own code (for example
+  // RC_ASSIGN_URI_FAILED); the enable step gives RC_TIMEOUT_LIMIT +
+  // RC_REMOTE_ENABLE_FAILED.
   int DoRemoteFwUpdate(const sBMCInformationTag* bmc);
   int EnableRemoteFirmwareUpdate(uint8_t value);
   int AssignFirmwareUpdateProtocol(uint8_t value);
@@ -65,7 +82,8 @@ class TFirmwareUpdate {
   int AssignFirmwareUpdateDelayTime(uint8_t value);
   int FirmwareUpdateByNetworking(uint8_t* taskId, uint8_t target);
 
-  // Reset and wait.
+  // Reset and wait (reset_wait.cc): 0 once the BMC answers again, else
+  // RC_TIMEOUT_LIMIT + RC_GET_FW_VERSION_FAILED or the reset's code.
   int WaitForiBMCComeUp(sBMCInformationTag* bmc);
   int DoRebootBMCAndWaitForItComesUp(const sBMCInformationTag* current,
                                      sBMCInformationTag* fill);
