@@ -53,8 +53,7 @@ class TFirmwareUpdate {
   // completed, RC_FW_UPDATE_FAILED for a failure status, the request's
   // code, or RC_TIMEOUT_LIMIT + RC_FW_UPDATE_FAILED after the waiting time.
   // The verdict of a status code (0 running or finished, 1 failed, 42
-  // unknown) and its
-  // text, which must hold 64 bytes.
+  // unknown) and its text, which must hold 64 bytes.
   int CheckStatusCode(uint8_t code, char* text);
   int DoGetFwUpdateStatus();
   int DoUSBGetFwUpdateStatus(uint8_t taskId);
