@@ -81,7 +81,11 @@ def main():
                     exe = next(pathlib.Path(args.build).rglob(t), None)
                     if exe is None:
                         continue
-                    if run([str(exe)], timeout=300) != 0:
+                    try:
+                        failed = run([str(exe)], timeout=300) != 0
+                    except subprocess.TimeoutExpired:
+                        failed = True  # a mutant that hangs a suite is caught too
+                    if failed:
                         killed = True
                         break
                 if not killed:
@@ -89,7 +93,8 @@ def main():
                     print("SURVIVED", survivors[-1], flush=True)
         finally:
             path.write_text(original)
-    run(build)
+            # The build tree never keeps a mutant's binaries.
+            run(build)
     tested = total - unbuildable
     print(f"mutants: {total}, built: {tested}, killed: {tested - len(survivors)}, "
           f"survived: {len(survivors)}")
