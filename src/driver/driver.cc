@@ -348,7 +348,7 @@ int RunMain(int argc, char** argv) {
   if (check)
     rc = RunPreflightCheck({fileList, fileCount,
                             G_pBMCHandle->GetFwUpdateMode() == eFwUpdateModeRemote,
-                            LockPathForTarget(), configRc});
+                            LockPathForTarget()});
   if (history)
     rc = ShowHistory(G_pOutputMessageHandle->GetOutputMode() == eOutputXml);
   const bool noUpdate = check || history;

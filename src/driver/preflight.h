@@ -13,7 +13,6 @@ struct sPreflightInputTag {
   int i32FileCount;
   bool bRemote;          // -uri: the BMC fetches the image itself
   std::string lockPath;  // the lock an update of this BMC would take
-  int i32SettingsRc;     // what reading the settings file gave (0: fine)
 };
 
 // Runs the checks in order: options and settings, the lock, the BMC's
