@@ -34,18 +34,23 @@ run_vrx -xml -H=127.0.0.9 -U="$VRX_SIM_USER" -P="$VRX_SIM_PASSWORD" -L=lan
 check_eq "unreachable host: nonzero exit" 1 "$((RC != 0))"
 check_not_contains "unreachable host: no version 0.00" "0.00" "$OUT"
 
-# The password in no command line: a watcher samples every process while an
-# update runs with the password from the environment, with -debugmsg and a log.
+# The password in no command line: a watcher samples every process of this
+# test's network namespace (the run and its ipmitool children; other suites
+# run beside it in namespaces of their own) while an update runs with the
+# password from the environment, with -debugmsg and a log.
 cat >watch.py <<'PY'
 import os, sys, time
 secret = sys.argv[1].encode()
 stop = sys.argv[2]
+ours = os.readlink("/proc/self/ns/net")
 seen = 0
 while not os.path.exists(stop):
     for pid in os.listdir("/proc"):
         if not pid.isdigit():
             continue
         try:
+            if os.readlink("/proc/%s/ns/net" % pid) != ours:
+                continue
             with open("/proc/%s/cmdline" % pid, "rb") as f:
                 line = f.read()
         except OSError:
